@@ -1,0 +1,160 @@
+#include <cstdint>
+#include <cstring>
+
+#include "app/boxes.h"
+#include "app/event_log.h"
+#include "app/settings.h"
+#include "app/settings_file.h"
+#include "app/shell.h"
+#include "platform/platform.h"
+
+ShellState gShell;
+
+#if defined(_WIN32)
+const char* const kADataEntryNames[6] = {
+    "_VXA_AData_GetSize@4",           "_VXA_AData_GetData@4",     "_VXA_AData_Mesh_GetNumVertices@4",
+    "_VXA_AData_Mesh_GetNumFaces@4", "_VXA_AData_Mesh_GetVertices@4", "_VXA_AData_Mesh_GetFaces@4",
+};
+#else
+const char* const kADataEntryNames[6] = {
+    "VXA_AData_GetSize",           "VXA_AData_GetData",           "VXA_AData_Mesh_GetNumVertices",
+    "VXA_AData_Mesh_GetNumFaces", "VXA_AData_Mesh_GetVertices", "VXA_AData_Mesh_GetFaces",
+};
+#endif
+
+namespace {
+
+template <typename Fn>
+bool Resolve(platform::LibHandle lib, const char* name, Fn* out) {
+    *out = reinterpret_cast<Fn>(platform::LibSymbol(lib, name));
+    return *out != nullptr;
+}
+
+}  // namespace
+
+bool LoadADataLibrary(const std::string& file, ADataLibrary* out, bool* missingEntry) {
+    *out = ADataLibrary();
+    if (missingEntry) *missingEntry = false;
+    platform::LibHandle lib = platform::LoadLib(file.c_str());
+    if (!lib) return false;
+    ADataLibrary a;
+    a.lib = lib;
+    bool all = Resolve(lib, kADataEntryNames[0], &a.GetSize) & Resolve(lib, kADataEntryNames[1], &a.GetData) &
+               Resolve(lib, kADataEntryNames[2], &a.Mesh_GetNumVertices) &
+               Resolve(lib, kADataEntryNames[3], &a.Mesh_GetNumFaces) &
+               Resolve(lib, kADataEntryNames[4], &a.Mesh_GetVertices) & Resolve(lib, kADataEntryNames[5], &a.Mesh_GetFaces);
+    if (!all) {
+        platform::FreeLib(lib);
+        if (missingEntry) *missingEntry = true;
+        return false;
+    }
+    *out = a;
+    return true;
+}
+
+void FreeADataLibrary(ADataLibrary* lib) {
+    if (lib->lib) platform::FreeLib(lib->lib);
+    *lib = ADataLibrary();
+}
+
+namespace {
+
+void LogDisplayModes() {
+    // The enumeration repeats the last mode read for the first index that
+    // fails; scripts that parse the log expect that closing line.
+    if (!platform::HasDisplay()) return;
+    platform::DisplayMode mode;
+    for (int i = 0;; ++i) {
+        bool ok = platform::EnumDisplayMode(i, &mode);
+        gEventLog.Write("Display modes: %dx%d (%dbpp) @ %dHz", mode.width, mode.height, mode.bitsPerPixel, mode.frequency);
+        if (!ok) break;
+    }
+}
+
+void CopyRunParameters() {
+    const StartupOptionsRecord& o = StartupOptions;
+    RunParameters.fullscreen = o.fullscreen != 0 ? 1 : 0;
+    RunParameters.run_mode = o.run_mode;
+    RunParameters.width = o.width;
+    RunParameters.height = o.height;
+    RunParameters.max_time = o.max_time;
+    RunParameters.max_frames = o.max_frames;
+    if (RunParameters.max_frames == 0) RunParameters.time_based = 1;
+    if (RunParameters.time_based == 1 && RunParameters.max_time == 0) RunParameters.max_time = 60000;
+}
+
+void ShutDown() {
+    if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
+    FreeADataLibrary(&gShell.adata);
+    gEventLog.Write("Exit from %s.", kProductTitle);
+}
+
+}  // namespace
+
+int ArdentiumMain(const char* commandLine) {
+    platform::MakeProcessDpiAware();
+    platform::InitCommonControls();
+
+    gEventLog.Write("%s DX11 is starting up.", kProductTitle);
+    gEventLog.Write("Build: %d.%d.%d [%s @ %s]", kVersionMajor, kVersionMinor, kVersionPatch, __DATE__, __TIME__);
+
+    platform::SystemInfo si = platform::GetSystemInfo();
+    gEventLog.Write("CPU Arch: %i", si.processorArchitecture);
+    gEventLog.Write("CPU Level: %i", si.processorLevel);
+    gEventLog.Write("# of CPU processors: %u", si.numberOfProcessors);
+
+    platform::OsVersion os = platform::GetOsVersion();
+    gEventLog.Write("%s Build: %u - %s Ver: %u.%u", os.family, os.build, os.family, os.major, os.minor);
+
+    gShell.programFolder = platform::FolderOf(platform::ExecutablePath());
+    platform::SetCurrentDir(gShell.programFolder);
+
+    InitStartupOptions();
+    gShell.settingsFilePath = gShell.programFolder + kSettingsFileName;
+    ReadStartupOptionsFile(gShell.settingsFilePath.c_str());
+    ParseCommandLine(commandLine);
+
+    // Diagnostics for scripted users: nothing is started and nothing written.
+    if (WantsUsage(commandLine)) {
+        platform::WriteConsole(UsageText());
+        return 0;
+    }
+    if (commandLine && std::strstr(commandLine, kPrintSettingsSwitch)) {
+        platform::WriteConsole(FormatSettings(StartupOptions));
+        return 0;
+    }
+
+    gShell.tachyraRunning = platform::SharedMemoryExists("VTHMSharedMemory");
+    gEventLog.Write(gShell.tachyraRunning ? "VXA Tachyra is running..." : "VXA Tachyra not found.");
+
+    gShell.blackBrush = SolidBrush{0, 0, 0};
+    gShell.backgroundBrush = SolidBrush{5, 9, 17};
+    gShell.furStart = FurStartValues{512, 200000, 120, 12.0f, StartupOptions.furry_object == 1 ? 18 : 12};
+
+    if (StartupOptions.display_version) {
+        InformationBox("%s v%d.%d.%d", kProductTitle, kVersionMajor, kVersionMinor, kVersionPatch);
+        return 0;
+    }
+
+    bool missingEntry = false;
+    if (!LoadADataLibrary(gShell.programFolder + platform::LibFileName("adata"), &gShell.adata, &missingEntry)) {
+        ErrorBox(missingEntry ? "FATAL ERROR: unable to load adata pointers." : "FATAL ERROR: unable to load adata library.");
+        return 0;
+    }
+
+    LogDisplayModes();
+
+    uint32_t physx = 0;
+    if (platform::ReadRegistryDword("SOFTWARE\\AGEIA Technologies", "PhysX Version", &physx)) gShell.physxVersion = physx;
+
+    CopyRunParameters();
+
+    if (StartupOptions.display_gui) {
+        gEventLog.Write("Launcher not available in this build: start a test with /display_gui=0 /test3d=ID.");
+    } else {
+        gEventLog.Write("Direct start of test %d: this build has no test runner yet.", StartupOptions.test3d);
+    }
+
+    ShutDown();
+    return 0;
+}

@@ -1,0 +1,139 @@
+// The seams to the operating system. Everything that differs between Windows
+// and Linux is reached through these functions; the rest of the program is
+// portable C++. Each function has one implementation in platform/win32 and one
+// in platform/posix.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace platform {
+
+// ---------------------------------------------------------------- system facts
+
+struct SystemInfo {
+    int processorArchitecture = 0;  // Windows PROCESSOR_ARCHITECTURE_* numbering (9 = x64)
+    int processorLevel = 0;         // CPU family
+    unsigned numberOfProcessors = 1;
+};
+SystemInfo GetSystemInfo();
+
+struct OsVersion {
+    const char* family = "";  // "Windows" or "Linux"
+    unsigned build = 0;
+    unsigned major = 0;
+    unsigned minor = 0;
+};
+OsVersion GetOsVersion();
+
+// Full path of the running executable ("" when it cannot be found).
+std::string ExecutablePath();
+// Splits an executable path into its folder, with a trailing separator.
+std::string FolderOf(const std::string& path);
+bool SetCurrentDir(const std::string& dir);
+std::string CurrentDir();
+
+// Asks the system not to scale the program's windows (no-op where there is no such thing).
+void MakeProcessDpiAware();
+// Prepares the common controls library (Windows only).
+void InitCommonControls();
+
+// Is there a display to show windows and boxes on?
+bool HasDisplay();
+
+// ------------------------------------------------------------ message boxes
+
+enum class BoxKind { Error, Information };
+// Shows a modal box where there is a display; writes "caption: text" to
+// standard error otherwise. Logging is the caller's business.
+void ShowMessageBox(BoxKind kind, const char* caption, const char* text);
+
+// Writes text to the console the program was started from (standard output),
+// attaching to the parent's console on Windows when needed.
+void WriteConsole(const std::string& text);
+
+// -------------------------------------------------------- dynamic libraries
+
+using LibHandle = void*;
+LibHandle LoadLib(const char* name);
+void* LibSymbol(LibHandle lib, const char* name);
+void FreeLib(LibHandle lib);
+// The file name of a library with the given base name ("adata" ->
+// "adata.dll" on Windows, "libadata.so" elsewhere).
+std::string LibFileName(const char* base);
+
+// ------------------------------------------------------------ shared memory
+
+// True when a named shared memory block of another program exists and can be
+// opened with full access; the handle is closed again at once.
+bool SharedMemoryExists(const char* name);
+
+// A read-only view of another program's named shared memory block.
+class SharedMemoryView {
+public:
+    SharedMemoryView() = default;
+    ~SharedMemoryView();
+    SharedMemoryView(const SharedMemoryView&) = delete;
+    SharedMemoryView& operator=(const SharedMemoryView&) = delete;
+    bool Open(const char* name);
+    void Close();
+    const void* data() const { return data_; }
+    // Size of the mapping as the system reports it (never trust the block's own word).
+    size_t size() const { return size_; }
+
+private:
+    const void* data_ = nullptr;
+    size_t size_ = 0;
+    void* handle_ = nullptr;
+    int fd_ = -1;
+};
+
+// ----------------------------------------------------------------- registry
+
+// Reads a 32-bit value under HKEY_LOCAL_MACHINE. Always false where there is
+// no registry.
+bool ReadRegistryDword(const char* key, const char* value, uint32_t* out);
+// Reads a text value under HKEY_LOCAL_MACHINE.
+bool ReadRegistryString(const char* key, const char* value, std::string* out);
+
+// ------------------------------------------------------------ display modes
+
+struct DisplayMode {
+    int width = 0;
+    int height = 0;
+    int bitsPerPixel = 0;
+    int frequency = 0;
+};
+// Mode number `index` of the primary display; false past the last one or when
+// there is no display.
+bool EnumDisplayMode(int index, DisplayMode* mode);
+
+// ------------------------------------------------------------------- clocks
+
+// Milliseconds since some fixed point, coarse (GetTickCount-like).
+uint32_t TickCountMs();
+
+// ------------------------------------------------------------- log files
+
+// A file that is written in whole lines, each line in one system call, and
+// that other processes may read and write while it is open.
+class LineFile {
+public:
+    LineFile() = default;
+    ~LineFile();
+    LineFile(const LineFile&) = delete;
+    LineFile& operator=(const LineFile&) = delete;
+    bool OpenTruncate(const char* path);
+    bool IsOpen() const;
+    void Write(const char* data, size_t len);
+    void Close();
+
+private:
+    intptr_t fd_ = -1;
+};
+
+// The end-of-line sequence of text files on this platform.
+const char* TextNewline();
+
+}  // namespace platform

@@ -1,0 +1,207 @@
+// Linux implementation of the operating-system seams.
+#include "platform/platform.h"
+
+#include <SDL2/SDL.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace platform {
+
+SystemInfo GetSystemInfo() {
+    SystemInfo info;
+#if defined(__x86_64__)
+    info.processorArchitecture = 9;  // the x64 value of the Windows numbering
+#elif defined(__aarch64__)
+    info.processorArchitecture = 12;
+#else
+    info.processorArchitecture = 0;
+#endif
+    long n = sysconf(_SC_NPROCESSORS_ONLN);
+    info.numberOfProcessors = n > 0 ? static_cast<unsigned>(n) : 1u;
+    // The processor level is the CPU family, as Windows reports it.
+    if (FILE* f = std::fopen("/proc/cpuinfo", "r")) {
+        char line[512];
+        while (std::fgets(line, sizeof line, f)) {
+            if (std::strncmp(line, "cpu family", 10) == 0) {
+                const char* colon = std::strchr(line, ':');
+                if (colon) info.processorLevel = std::atoi(colon + 1);
+                break;
+            }
+        }
+        std::fclose(f);
+    }
+    return info;
+}
+
+OsVersion GetOsVersion() {
+    OsVersion v;
+    v.family = "Linux";
+    struct utsname u;
+    if (uname(&u) == 0) {
+        unsigned a = 0, b = 0, c = 0;
+        std::sscanf(u.release, "%u.%u.%u", &a, &b, &c);
+        v.major = a;
+        v.minor = b;
+        v.build = c;
+    }
+    return v;
+}
+
+std::string ExecutablePath() {
+    std::vector<char> buf(PATH_MAX + 1, '\0');
+    ssize_t n = readlink("/proc/self/exe", buf.data(), PATH_MAX);
+    if (n <= 0) return std::string();
+    return std::string(buf.data(), static_cast<size_t>(n));
+}
+
+std::string FolderOf(const std::string& path) {
+    size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return std::string();
+    return path.substr(0, slash + 1);
+}
+
+bool SetCurrentDir(const std::string& dir) { return !dir.empty() && chdir(dir.c_str()) == 0; }
+
+std::string CurrentDir() {
+    std::vector<char> buf(PATH_MAX + 1, '\0');
+    if (!getcwd(buf.data(), buf.size())) return std::string();
+    return std::string(buf.data());
+}
+
+void MakeProcessDpiAware() {}
+void InitCommonControls() {}
+
+bool HasDisplay() {
+    const char* x = std::getenv("DISPLAY");
+    const char* w = std::getenv("WAYLAND_DISPLAY");
+    return (x && *x) || (w && *w);
+}
+
+void ShowMessageBox(BoxKind kind, const char* caption, const char* text) {
+    if (HasDisplay()) {
+        Uint32 flags = kind == BoxKind::Error ? SDL_MESSAGEBOX_ERROR : SDL_MESSAGEBOX_INFORMATION;
+        if (SDL_ShowSimpleMessageBox(flags, caption, text, nullptr) == 0) return;
+    }
+    std::fprintf(stderr, "%s: %s\n", caption, text);
+    std::fflush(stderr);
+}
+
+void WriteConsole(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
+LibHandle LoadLib(const char* name) {
+    if (!name) return nullptr;
+    return dlopen(name, RTLD_NOW | RTLD_LOCAL);
+}
+
+void* LibSymbol(LibHandle lib, const char* name) { return lib ? dlsym(lib, name) : nullptr; }
+
+void FreeLib(LibHandle lib) {
+    if (lib) dlclose(lib);
+}
+
+std::string LibFileName(const char* base) { return std::string("lib") + base + ".so"; }
+
+// Windows names its mappings freely; POSIX names start with one slash.
+static std::string ShmName(const char* name) { return std::string("/") + name; }
+
+bool SharedMemoryExists(const char* name) {
+    int fd = shm_open(ShmName(name).c_str(), O_RDWR, 0);
+    if (fd < 0) return false;
+    close(fd);
+    return true;
+}
+
+SharedMemoryView::~SharedMemoryView() { Close(); }
+
+bool SharedMemoryView::Open(const char* name) {
+    Close();
+    int fd = shm_open(ShmName(name).c_str(), O_RDONLY, 0);
+    if (fd < 0) return false;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || st.st_size <= 0) {
+        close(fd);
+        return false;
+    }
+    void* p = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_SHARED, fd, 0);
+    if (p == MAP_FAILED) {
+        close(fd);
+        return false;
+    }
+    data_ = p;
+    size_ = static_cast<size_t>(st.st_size);
+    fd_ = fd;
+    return true;
+}
+
+void SharedMemoryView::Close() {
+    if (data_) munmap(const_cast<void*>(data_), size_);
+    if (fd_ >= 0) close(fd_);
+    data_ = nullptr;
+    size_ = 0;
+    fd_ = -1;
+}
+
+bool ReadRegistryDword(const char*, const char*, uint32_t*) { return false; }
+bool ReadRegistryString(const char*, const char*, std::string*) { return false; }
+
+bool EnumDisplayMode(int index, DisplayMode* mode) {
+    if (!HasDisplay() || !mode || index < 0) return false;
+    if (!SDL_WasInit(SDL_INIT_VIDEO) && SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) return false;
+    SDL_DisplayMode m;
+    if (SDL_GetDisplayMode(0, index, &m) != 0) return false;
+    mode->width = m.w;
+    mode->height = m.h;
+    mode->bitsPerPixel = static_cast<int>(SDL_BITSPERPIXEL(m.format));
+    mode->frequency = m.refresh_rate;
+    return true;
+}
+
+uint32_t TickCountMs() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return static_cast<uint32_t>(static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u);
+}
+
+LineFile::~LineFile() { Close(); }
+
+bool LineFile::OpenTruncate(const char* path) {
+    Close();
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+    fd_ = fd;
+    return fd >= 0;
+}
+
+bool LineFile::IsOpen() const { return fd_ >= 0; }
+
+void LineFile::Write(const char* data, size_t len) {
+    if (fd_ < 0) return;
+    while (len > 0) {
+        ssize_t n = write(static_cast<int>(fd_), data, len);
+        if (n <= 0) return;  // write errors are not reported
+        data += n;
+        len -= static_cast<size_t>(n);
+    }
+}
+
+void LineFile::Close() {
+    if (fd_ >= 0) close(static_cast<int>(fd_));
+    fd_ = -1;
+}
+
+const char* TextNewline() { return "\n"; }
+
+}  // namespace platform
