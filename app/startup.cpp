@@ -71,18 +71,6 @@ void LogDisplayModes() {
     }
 }
 
-void CopyRunParameters() {
-    const StartupOptionsRecord& o = StartupOptions;
-    RunParameters.fullscreen = o.fullscreen != 0 ? 1 : 0;
-    RunParameters.run_mode = o.run_mode;
-    RunParameters.width = o.width;
-    RunParameters.height = o.height;
-    RunParameters.max_time = o.max_time;
-    RunParameters.max_frames = o.max_frames;
-    if (RunParameters.max_frames == 0) RunParameters.time_based = 1;
-    if (RunParameters.time_based == 1 && RunParameters.max_time == 0) RunParameters.max_time = 60000;
-}
-
 void ShutDown() {
     if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
     FreeADataLibrary(&gShell.adata);
@@ -90,6 +78,19 @@ void ShutDown() {
 }
 
 }  // namespace
+
+void CopyRunParameters(const StartupOptionsRecord& o, RunParametersBlock& run) {
+    run.fullscreen = o.fullscreen != 0 ? 1 : 0;
+    run.run_mode = o.run_mode;
+    run.width = o.width;
+    run.height = o.height;
+    run.max_time = o.max_time;
+    run.max_frames = o.max_frames;
+    // A run needs an end: without a frame count it is timed, and a timed run
+    // without a time lasts a minute.
+    if (run.max_frames == 0) run.time_based = 1;
+    if (run.time_based == 1 && run.max_time == 0) run.max_time = 60000;
+}
 
 int ArdentiumMain(const char* commandLine) {
     platform::MakeProcessDpiAware();
@@ -147,7 +148,7 @@ int ArdentiumMain(const char* commandLine) {
     uint32_t physx = 0;
     if (platform::ReadRegistryDword("SOFTWARE\\AGEIA Technologies", "PhysX Version", &physx)) gShell.physxVersion = physx;
 
-    CopyRunParameters();
+    CopyRunParameters(StartupOptions, RunParameters);
 
     if (StartupOptions.display_gui) {
         gEventLog.Write("Launcher not available in this build: start a test with /display_gui=0 /test3d=ID.");
