@@ -86,6 +86,7 @@ void CopyRunParameters(const StartupOptionsRecord& o, RunParametersBlock& run) {
     run.height = o.height;
     run.max_time = o.max_time;
     run.max_frames = o.max_frames;
+    run.time_based = o.time_based_benchmark ? 1 : 0;
     // A run needs an end: without a frame count it is timed, and a timed run
     // without a time lasts a minute.
     if (run.max_frames == 0) run.time_based = 1;

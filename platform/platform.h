@@ -113,6 +113,12 @@ bool EnumDisplayMode(int index, DisplayMode* mode);
 
 // Milliseconds since some fixed point, coarse (GetTickCount-like).
 uint32_t TickCountMs();
+// A fine monotonic counter and its counts per second.
+int64_t FineCounter();
+int64_t FineCounterFrequency();
+// Gives up the processor for at least `ms` milliseconds; 0 yields the rest of
+// the time slice.
+void SleepMs(unsigned ms);
 
 // ------------------------------------------------------------- log files
 

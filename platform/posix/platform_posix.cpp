@@ -3,6 +3,7 @@
 
 #include <SDL2/SDL.h>
 #include <dlfcn.h>
+#include <sched.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -174,6 +175,26 @@ uint32_t TickCountMs() {
     struct timespec ts;
     clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
     return static_cast<uint32_t>(static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u);
+}
+
+int64_t FineCounter() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC_RAW, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+int64_t FineCounterFrequency() { return 1000000000; }
+
+void SleepMs(unsigned ms) {
+    if (ms == 0) {
+        sched_yield();
+        return;
+    }
+    struct timespec ts;
+    ts.tv_sec = ms / 1000;
+    ts.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
+    while (nanosleep(&ts, &ts) != 0) {
+    }
 }
 
 LineFile::~LineFile() { Close(); }

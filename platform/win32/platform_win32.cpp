@@ -194,6 +194,20 @@ bool EnumDisplayMode(int index, DisplayMode* mode) {
 
 uint32_t TickCountMs() { return GetTickCount(); }
 
+int64_t FineCounter() {
+    LARGE_INTEGER c;
+    QueryPerformanceCounter(&c);
+    return c.QuadPart;
+}
+
+int64_t FineCounterFrequency() {
+    LARGE_INTEGER f;
+    QueryPerformanceFrequency(&f);
+    return f.QuadPart;
+}
+
+void SleepMs(unsigned ms) { Sleep(ms); }
+
 LineFile::~LineFile() { Close(); }
 
 bool LineFile::OpenTruncate(const char* path) {

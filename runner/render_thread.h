@@ -1,0 +1,46 @@
+// One test run is one life of the render thread: choose the object, Init it
+// on the 3D window, drive its frames until the run ends, keep the statistics,
+// tell the UI thread when a benchmark has ended, and tear the object down.
+#pragma once
+
+#include <memory>
+
+#include "runner/catalogue.h"
+#include "runner/hires_timer.h"
+#include "tests/fur/lm4d_demo.h"
+
+// What the render thread needs from the rest of the program. The real host
+// talks to the 3D window and the monitor; tests use a fake one.
+class RunHost {
+public:
+    virtual ~RunHost() = default;
+    // Only called for windowed runs.
+    virtual void SetTitle(const char* title) = 0;
+    // Asks the UI thread to close the 3D window (WM_CLOSE or its equivalent).
+    virtual void PostClose() = 0;
+    // Shares (or stops sharing) key state and focus with the UI thread.
+    virtual void AttachInput(bool attach) = 0;
+    virtual void UpdateWindow() = 0;
+    virtual void Sleep(unsigned ms) = 0;
+    // The first monitored GPU's temperature in degrees Celsius, when a
+    // temperature source exists.
+    virtual bool FirstGpuTemperature(double* celsius) = 0;
+    virtual bool GpuPhysxAvailable() = 0;
+    // The object of the given class; null when this build has none.
+    virtual std::unique_ptr<cLm4DDemo> CreateDemo(DemoClass demoClass) = 0;
+    virtual ClockSource& Clock() = 0;
+};
+
+struct RunSetup {
+    RenderTarget target;  // the 3D window and its client size
+    bool windowed = true;
+};
+
+// The benchmark warm-up, not counted.
+constexpr unsigned kWarmupMs = 4000;
+// The longest a single frame may count for.
+constexpr unsigned kMaxFrameMs = 2000;
+
+// The thread procedure. Reads the settings and run parameters once at its
+// start; returns 0 on every path.
+int RenderThreadProc(RunHost& host, const RunSetup& setup);

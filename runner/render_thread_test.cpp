@@ -1,0 +1,307 @@
+#include "runner/render_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/settings.h"
+#include "runner/demo_access.h"
+#include "runner/run_stats.h"
+
+namespace {
+
+// A clock that only moves when the test says so. Counter in microseconds.
+class FakeClock : public ClockSource {
+public:
+    int64_t Frequency() override { return 1000000; }
+    int64_t Counter() override { return counterUs; }
+    uint32_t Ticks() override { return ticksMs; }
+    void Advance(unsigned ms) {
+        counterUs += static_cast<int64_t>(ms) * 1000;
+        ticksMs += ms;
+    }
+    int64_t counterUs = 5000000;
+    uint32_t ticksMs = 777;
+};
+
+struct Calls {
+    int init = 0, frames = 0, terminate = 0, destroyed = 0;
+    std::vector<std::string> order;
+};
+
+class FakeDemo : public cLm4DDemo {
+public:
+    FakeDemo(Calls& c, FakeClock& clock, std::function<unsigned(int)> frameMs, bool initOk)
+        : c_(c), clock_(clock), frameMs_(std::move(frameMs)), initOk_(initOk) {}
+    ~FakeDemo() override {
+        c_.destroyed++;
+        c_.order.push_back("delete");
+    }
+    bool Init(const RenderTarget&, int, int) override {
+        c_.init++;
+        c_.order.push_back("Init");
+        return initOk_;
+    }
+    void Terminate() override {
+        c_.terminate++;
+        c_.order.push_back("Terminate");
+    }
+    void Frame(float) override {
+        if (c_.frames == 0) c_.order.push_back("Frame");
+        seconds.push_back(frame_seconds);
+        clock_.Advance(frameMs_(c_.frames));
+        c_.frames++;
+        if (onFrame) onFrame(c_.frames);
+    }
+    void ClearScreen() override {}
+    void BeginOverlay() override {}
+    void EndOverlay() override {}
+    void DrawText(int, int, const Color4&, const char*) override {}
+    void DrawQuad(int, int, int, int, const Color4&) override {}
+    bool AmarkFinished() const override { return amarkFinishedAt > 0 && c_.frames >= amarkFinishedAt; }
+    double FinalScore() const override { return 4321.9; }
+    void LogStageResults() override { c_.order.push_back("LogStageResults"); }
+
+    std::vector<float> seconds;
+    std::function<void(int)> onFrame;
+    int amarkFinishedAt = 0;
+
+private:
+    Calls& c_;
+    FakeClock& clock_;
+    std::function<unsigned(int)> frameMs_;
+    bool initOk_;
+};
+
+class FakeHost : public RunHost {
+public:
+    void SetTitle(const char* t) override { titles.push_back(t); }
+    void PostClose() override { closes++; }
+    void AttachInput(bool a) override { attach.push_back(a); }
+    void UpdateWindow() override {}
+    void Sleep(unsigned ms) override {
+        sleeps.push_back(ms);
+        clock.Advance(ms);
+    }
+    bool FirstGpuTemperature(double* c) override {
+        if (temperature < 0) return false;
+        *c = temperature;
+        return true;
+    }
+    bool GpuPhysxAvailable() override { return false; }
+    std::unique_ptr<cLm4DDemo> CreateDemo(DemoClass c) override {
+        created = c;
+        auto d = std::make_unique<FakeDemo>(calls, clock, frameMs, initOk);
+        demo = d.get();
+        if (setup) setup(*d);
+        return d;
+    }
+    ClockSource& Clock() override { return clock; }
+
+    FakeClock clock;
+    Calls calls;
+    std::function<unsigned(int)> frameMs = [](int) { return 10u; };
+    std::function<void(FakeDemo&)> setup;
+    bool initOk = true;
+    double temperature = -1;
+    FakeDemo* demo = nullptr;
+    DemoClass created = DemoClass::D3D11;
+    std::vector<std::string> titles;
+    std::vector<bool> attach;
+    std::vector<unsigned> sleeps;
+    int closes = 0;
+};
+
+class RenderThread : public ::testing::Test {
+protected:
+    void SetUp() override {
+        InitStartupOptions(StartupOptions, 2);
+        StartupOptions.test3d = 2003;
+        StartupOptions.api3d = 2;
+        RunParameters = RunParametersBlock();
+        RunParameters.run_mode = 1;
+        RunParameters.time_based = 1;
+        RunParameters.max_time = 10000;
+        RunParameters.max_frames = 0;
+        RunControl.stop_requested = false;
+        RunStats.score = 0;
+    }
+    int Run(bool windowed = true) {
+        RunSetup setup;
+        setup.windowed = windowed;
+        setup.target.width = 320;
+        setup.target.height = 200;
+        return RenderThreadProc(host, setup);
+    }
+    FakeHost host;
+};
+
+TEST_F(RenderThread, TimedBenchmarkWarmsUpThenMeasures) {
+    host.frameMs = [](int) { return 10u; };
+    EXPECT_EQ(Run(), 0);
+    // 4000 ms of warm-up (ended by the first frame past it), 10000 ms measured.
+    EXPECT_EQ(RunStats.score.load(), 1000);
+    EXPECT_EQ(RunStats.benchmark_frames.load(), 1000u);
+    // The first interval of a phase also holds the frame that opened it.
+    EXPECT_EQ(RunStats.final_avg_fps.load(), 100);
+    EXPECT_EQ(RunStats.final_min_fps.load(), 100);
+    EXPECT_EQ(RunStats.final_max_fps.load(), 101);
+    EXPECT_EQ(host.closes, 1);
+    EXPECT_TRUE(RunControl.benchmark_done.load());
+    EXPECT_TRUE(RunControl.render_thread_done.load());
+    EXPECT_FALSE(RunControl.test_running.load());
+    EXPECT_EQ(host.calls.order, (std::vector<std::string>{"Init", "Frame", "Terminate", "delete"}));
+    EXPECT_EQ(host.calls.frames, 402 + 1000);
+    // Benchmarks never sleep while the object is shown.
+    EXPECT_TRUE(host.sleeps.empty());
+    EXPECT_EQ(host.attach, (std::vector<bool>{true, false}));
+    EXPECT_EQ(std::string(current_test_name), "Furry VXA GL2");
+    EXPECT_EQ(StartupOptions.furry_object, 1);
+}
+
+TEST_F(RenderThread, FrameCountedBenchmarkDrawsExactlyMaxFrames) {
+    RunParameters.time_based = 0;
+    RunParameters.max_frames = 1000;
+    host.frameMs = [](int) { return 7u; };
+    Run();
+    EXPECT_EQ(RunStats.score.load(), 1000);
+    // The warm-up ends at the first frame whose start lies past 4000 ms.
+    int i = 2;
+    while (7 * (i - 2) <= 4000) ++i;
+    int warmupFrames = i - 1;
+    EXPECT_EQ(host.calls.frames, warmupFrames + 1000);
+    EXPECT_EQ(host.closes, 1);
+}
+
+TEST_F(RenderThread, FrameCountedBenchmarkWithZeroFramesRunsUntilStopped) {
+    RunParameters.time_based = 0;
+    RunParameters.max_frames = 0;
+    host.setup = [](FakeDemo& d) {
+        d.onFrame = [](int n) {
+            if (n == 3000) RunControl.stop_requested = true;
+        };
+    };
+    Run();
+    EXPECT_EQ(host.calls.frames, 3000);
+    EXPECT_EQ(host.closes, 0);
+    EXPECT_FALSE(RunControl.benchmark_done.load());
+    EXPECT_EQ(host.calls.terminate, 1);
+}
+
+TEST_F(RenderThread, StallsAreClampedAndSamplesCountWholeIntervals) {
+    RunParameters.run_mode = 2;  // stability test: measured from the start
+    // 400 ms frames: an interval closes at 1200 ms with 3 frames.
+    host.setup = [](FakeDemo& d) {
+        d.onFrame = [](int n) {
+            if (n == 7) RunControl.stop_requested = true;
+        };
+    };
+    host.frameMs = [](int n) { return n == 3 ? 10000u : 400u; };
+    Run(false);
+    EXPECT_EQ(RunStats.current_fps.load(), 1);
+    // Frame 4 followed a 10 s stall and counted for 2 s only.
+    EXPECT_EQ(RunStats.elapsed_ms.load(), 400u * 5 + 2000u);
+    EXPECT_EQ(RunStats.benchmark_frames.load(), 7u);
+    EXPECT_EQ(host.closes, 0);
+    // Fullscreen (not windowed): the title is never touched.
+    EXPECT_TRUE(host.titles.empty());
+}
+
+TEST_F(RenderThread, FpsSamplingAndTitles) {
+    RunParameters.run_mode = 2;
+    host.temperature = 67.9;
+    host.frameMs = [](int n) { return n < 90 ? 1000u / 30u + (n % 3 == 0 ? 1u : 0u) : 400u; };
+    host.setup = [](FakeDemo& d) {
+        d.onFrame = [](int n) {
+            if (n == 100) RunControl.stop_requested = true;
+        };
+    };
+    Run();
+    ASSERT_GE(host.titles.size(), 4u);
+    EXPECT_EQ(host.titles[0], "Ardentium - Init in progress...");
+    EXPECT_EQ(host.titles[1], "Ardentium - Running...");
+    EXPECT_EQ(host.titles[2], "Ardentium - Furry VXA GL2 - FPS=31, GPU1 temp: 67");
+    EXPECT_EQ(host.titles[3], "Ardentium - Furry VXA GL2 - FPS=30, GPU1 temp: 67");
+    EXPECT_EQ(RunStats.max_fps.load(), 31);
+    // 400 ms frames: the interval closes at 1200 ms with 3 frames.
+    EXPECT_EQ(RunStats.min_fps.load(), 3);
+    // The stability test sleeps the rendering delay after every frame.
+    EXPECT_EQ(host.sleeps.size(), 100u);
+    EXPECT_EQ(host.sleeps.front(), 0u);
+}
+
+TEST_F(RenderThread, HiddenObjectIdlesAndDelayIsLive) {
+    RunParameters.run_mode = 2;
+    host.setup = [](FakeDemo& d) {
+        d.onFrame = [&d](int n) {
+            if (n == 5) StartupOptions.tone_down_delay_ms = 25;
+            if (n == 10) d.render_furry_object = false;
+            if (n == 15) RunControl.stop_requested = true;
+        };
+    };
+    Run();
+    ASSERT_EQ(host.sleeps.size(), 15u);
+    EXPECT_EQ(host.sleeps[0], 0u);
+    EXPECT_EQ(host.sleeps[5], 25u);
+    EXPECT_EQ(host.sleeps[12], 10u);
+}
+
+TEST_F(RenderThread, FailedInitAndUnknownTestTearDown) {
+    host.initOk = false;
+    Run();
+    EXPECT_EQ(host.calls.init, 1);
+    EXPECT_EQ(host.calls.terminate, 1);
+    EXPECT_EQ(host.calls.destroyed, 1);
+    EXPECT_EQ(host.calls.frames, 0);
+    EXPECT_EQ(host.closes, 1);
+    EXPECT_TRUE(RunControl.render_thread_done.load());
+    EXPECT_EQ(host.titles, (std::vector<std::string>{"Ardentium - Init in progress..."}));
+
+    FakeHost other;
+    StartupOptions.test3d = 1234;
+    RunSetup setup;
+    RenderThreadProc(other, setup);
+    EXPECT_EQ(other.calls.init, 0);
+    EXPECT_EQ(other.closes, 1);
+}
+
+TEST_F(RenderThread, StopBeforeTheLoopIsADemoEnd) {
+    RunControl.stop_requested = true;
+    Run();
+    EXPECT_EQ(host.calls.frames, 0);
+    EXPECT_EQ(host.calls.terminate, 1);
+    EXPECT_EQ(host.closes, 0);
+}
+
+TEST_F(RenderThread, BenchmarkObjectEndsItselfAndScores) {
+    StartupOptions.test3d = 2206;
+    host.setup = [](FakeDemo& d) { d.amarkFinishedAt = 500; };
+    StartupOptions.enable_gpu_physx = true;
+    CopyText(StartupOptions.aa_mode, sizeof StartupOptions.aa_mode, "4X MSAA");
+    Run();
+    EXPECT_EQ(host.created, DemoClass::OpenGL4);
+    EXPECT_EQ(StartupOptions.api3d, 4);
+    EXPECT_FALSE(StartupOptions.enable_gpu_physx);
+    EXPECT_STREQ(StartupOptions.aa_mode, "Off");
+    EXPECT_EQ(RunStats.score.load(), 4321);
+    EXPECT_EQ(host.calls.order[2], "LogStageResults");
+    EXPECT_EQ(host.closes, 1);
+}
+
+TEST_F(RenderThread, DemoAccessSeesTheObjectOnlyWhileItRuns) {
+    RunParameters.run_mode = 2;
+    bool seenDuring = false;
+    host.setup = [&seenDuring](FakeDemo& d) {
+        d.onFrame = [&seenDuring](int n) {
+            seenDuring = DemoAccess::With([](cLm4DDemo& x) { x.show_help = true; });
+            if (n == 2) RunControl.stop_requested = true;
+        };
+    };
+    Run();
+    EXPECT_TRUE(seenDuring);
+    EXPECT_FALSE(DemoAccess::With([](cLm4DDemo&) {}));
+}
+
+}  // namespace

@@ -1,0 +1,60 @@
+// The polymorphic base of the fur and benchmark test objects. The render
+// thread creates one per run and calls, in this order only: Init, Frame any
+// number of times, Terminate, then deletes it.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+// What a test object draws on: a window (native handle of the platform's
+// window system) or, headless, nothing but an offscreen target of the size.
+struct RenderTarget {
+    void* nativeWindow = nullptr;  // HWND on Windows, SDL_Window* on Linux, null headless
+    bool headless = false;
+    int width = 0;
+    int height = 0;
+};
+
+// RGBA colour, components 0..1.
+struct Color4 {
+    float r, g, b, a;
+};
+
+class cLm4DDemo {
+public:
+    cLm4DDemo() = default;
+    cLm4DDemo(const cLm4DDemo&) = delete;
+    cLm4DDemo& operator=(const cLm4DDemo&) = delete;
+
+    // The twelve operations, in slot order.
+    virtual ~cLm4DDemo() = default;
+    virtual bool Init(const RenderTarget& target, int width, int height) = 0;
+    virtual void Terminate() = 0;
+    virtual void ClearScreen() = 0;
+    virtual void Frame(float frameSeconds) = 0;
+    virtual void BeginScene() {}
+    virtual void EndScene() {}
+    virtual void Present() {}
+    virtual void BeginOverlay() = 0;
+    virtual void EndOverlay() = 0;
+    virtual void DrawText(int x, int y, const Color4& color, const char* text) = 0;
+    virtual void DrawQuad(int x, int y, int w, int h, const Color4& color) = 0;
+
+    // After the twelve: reads the last drawn frame back as RGBA rows, top row
+    // first. False when the back-end cannot.
+    virtual bool ReadBackFrame(std::string* rgba, int* width, int* height) { return false; }
+
+    // The benchmark object's end and results; the fur objects never finish
+    // by themselves.
+    virtual bool AmarkFinished() const { return false; }
+    virtual void LogStageResults() {}
+    virtual double FinalScore() const { return 0.0; }
+
+    int api_id = 0;
+    bool amark_mode = false;
+    // Written by the UI thread's keys, read by the render thread each frame.
+    std::atomic<bool> render_furry_object{true};
+    std::atomic<bool> show_help{false};
+    float frame_seconds = 0.0f;
+    std::string display_name;
+};
