@@ -49,6 +49,8 @@ public:
     virtual bool AmarkFinished() const { return false; }
     virtual void LogStageResults() {}
     virtual double FinalScore() const { return 0.0; }
+    // The P key hands the benchmark object the keyboard state (256 bytes).
+    virtual void CopyKeyboardState(const unsigned char* state) {}
 
     int api_id = 0;
     bool amark_mode = false;
