@@ -5,31 +5,21 @@
 #include <cstdint>
 #include <string>
 
+#include "data/adata.h"
 #include "platform/platform.h"
 
 // The mesh data library and its six entry points.
 struct ADataLibrary {
-    using GetSizeFn = int (*)(const char*);
-    using GetDataFn = const void* (*)(const char*);
-    using GetCountFn = int (*)(const char*);
-    using GetVerticesFn = const float* (*)(const char*);
-    using GetFacesFn = const unsigned int* (*)(const char*);
-
     platform::LibHandle lib = nullptr;
-    GetSizeFn GetSize = nullptr;
-    GetDataFn GetData = nullptr;
-    GetCountFn Mesh_GetNumVertices = nullptr;
-    GetCountFn Mesh_GetNumFaces = nullptr;
-    GetVerticesFn Mesh_GetVertices = nullptr;
-    GetFacesFn Mesh_GetFaces = nullptr;
+    AdataGetSizeFn GetSize = nullptr;
+    AdataGetDataFn GetData = nullptr;
+    AdataGetNumVerticesFn Mesh_GetNumVertices = nullptr;
+    AdataGetNumFacesFn Mesh_GetNumFaces = nullptr;
+    AdataGetVerticesFn Mesh_GetVertices = nullptr;
+    AdataGetFacesFn Mesh_GetFaces = nullptr;
 
     bool loaded() const { return lib != nullptr; }
 };
-
-// The names under which the library exports its entry points, in the order of
-// the members above. Windows keeps the decorated names of the original
-// 32-bit build; elsewhere they are plain C names.
-extern const char* const kADataEntryNames[6];
 
 // Loads the library from the given file; false (and nothing held) when the
 // file cannot be loaded or any entry point is missing. `missingEntry` tells

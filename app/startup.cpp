@@ -10,17 +10,6 @@
 
 ShellState gShell;
 
-#if defined(_WIN32)
-const char* const kADataEntryNames[6] = {
-    "_VXA_AData_GetSize@4",           "_VXA_AData_GetData@4",     "_VXA_AData_Mesh_GetNumVertices@4",
-    "_VXA_AData_Mesh_GetNumFaces@4", "_VXA_AData_Mesh_GetVertices@4", "_VXA_AData_Mesh_GetFaces@4",
-};
-#else
-const char* const kADataEntryNames[6] = {
-    "VXA_AData_GetSize",           "VXA_AData_GetData",           "VXA_AData_Mesh_GetNumVertices",
-    "VXA_AData_Mesh_GetNumFaces", "VXA_AData_Mesh_GetVertices", "VXA_AData_Mesh_GetFaces",
-};
-#endif
 
 namespace {
 
@@ -39,10 +28,12 @@ bool LoadADataLibrary(const std::string& file, ADataLibrary* out, bool* missingE
     if (!lib) return false;
     ADataLibrary a;
     a.lib = lib;
-    bool all = Resolve(lib, kADataEntryNames[0], &a.GetSize) & Resolve(lib, kADataEntryNames[1], &a.GetData) &
-               Resolve(lib, kADataEntryNames[2], &a.Mesh_GetNumVertices) &
-               Resolve(lib, kADataEntryNames[3], &a.Mesh_GetNumFaces) &
-               Resolve(lib, kADataEntryNames[4], &a.Mesh_GetVertices) & Resolve(lib, kADataEntryNames[5], &a.Mesh_GetFaces);
+    bool all = Resolve(lib, kAdataSymbolNames[kAdataGetSize], &a.GetSize) &
+               Resolve(lib, kAdataSymbolNames[kAdataGetData], &a.GetData) &
+               Resolve(lib, kAdataSymbolNames[kAdataMeshGetNumVertices], &a.Mesh_GetNumVertices) &
+               Resolve(lib, kAdataSymbolNames[kAdataMeshGetNumFaces], &a.Mesh_GetNumFaces) &
+               Resolve(lib, kAdataSymbolNames[kAdataMeshGetVertices], &a.Mesh_GetVertices) &
+               Resolve(lib, kAdataSymbolNames[kAdataMeshGetFaces], &a.Mesh_GetFaces);
     if (!all) {
         platform::FreeLib(lib);
         if (missingEntry) *missingEntry = true;
@@ -139,7 +130,7 @@ int ArdentiumMain(const char* commandLine) {
     }
 
     bool missingEntry = false;
-    if (!LoadADataLibrary(gShell.programFolder + platform::LibFileName("adata"), &gShell.adata, &missingEntry)) {
+    if (!LoadADataLibrary(gShell.programFolder + platform::LibFileName(kAdataLibraryBase), &gShell.adata, &missingEntry)) {
         ErrorBox(missingEntry ? "FATAL ERROR: unable to load adata pointers." : "FATAL ERROR: unable to load adata library.");
         return 0;
     }

@@ -86,7 +86,7 @@ class Shell(E2ETest):
             f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings width="1024" height="768" run_mode="STABILITY_TEST"'
                     ' furry_object="TORUS" display_gui="2" api3d="77" aa_mode="8X CSAA" log_score="2" />\n</ardentium>')
         before = open(inst.path("startup_options.xml")).read()
-        r = inst.run("--width=800", "/api3d=7", "/fullscreen=1", "/render_post_fx", "/furry_hd6970")
+        r = inst.run("--print_settings", "--width=800", "/api3d=7", "/fullscreen=1", "/render_post_fx", "/furry_hd6970")
         self.assertEqual(r.returncode, 0)
         settings = dict(line.split("=", 1) for line in r.stdout.splitlines())
         self.assertEqual(settings["width"], "800")        # the switch wins over the file

@@ -16,7 +16,8 @@ public:
     void BeginOverlay() override {}
     void EndOverlay() override {}
     void DrawText(int, int, const Color4&, const char*) override {}
-    void DrawQuad(int, int, int, int, const Color4&) override {}
+    void DrawQuad(int, int, int, int, const Color4&, unsigned short) override {}
+    void Present() override {}
     void CopyKeyboardState(const unsigned char* s) override { copied = s[65]; }
     int copied = -1;
 };

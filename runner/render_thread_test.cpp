@@ -59,7 +59,8 @@ public:
     void BeginOverlay() override {}
     void EndOverlay() override {}
     void DrawText(int, int, const Color4&, const char*) override {}
-    void DrawQuad(int, int, int, int, const Color4&) override {}
+    void DrawQuad(int, int, int, int, const Color4&, unsigned short) override {}
+    void Present() override {}
     bool AmarkFinished() const override { return amarkFinishedAt > 0 && c_.frames >= amarkFinishedAt; }
     double FinalScore() const override { return 4321.9; }
     void LogStageResults() override { c_.order.push_back("LogStageResults"); }

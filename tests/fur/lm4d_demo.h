@@ -6,19 +6,7 @@
 #include <atomic>
 #include <string>
 
-// What a test object draws on: a window (native handle of the platform's
-// window system) or, headless, nothing but an offscreen target of the size.
-struct RenderTarget {
-    void* nativeWindow = nullptr;  // HWND on Windows, SDL_Window* on Linux, null headless
-    bool headless = false;
-    int width = 0;
-    int height = 0;
-};
-
-// RGBA colour, components 0..1.
-struct Color4 {
-    float r, g, b, a;
-};
+#include "platform/render_target.h"
 
 class cLm4DDemo {
 public:
@@ -32,13 +20,15 @@ public:
     virtual void Terminate() = 0;
     virtual void ClearScreen() = 0;
     virtual void Frame(float frameSeconds) = 0;
-    virtual void BeginScene() {}
-    virtual void EndScene() {}
-    virtual void Present() {}
+    // Turns the CPU dot textures into API textures; false when no set exists.
+    virtual bool UploadDotTextures() { return true; }
+    virtual void ReleaseDotTextures() {}
+    virtual void Present() = 0;
     virtual void BeginOverlay() = 0;
     virtual void EndOverlay() = 0;
     virtual void DrawText(int x, int y, const Color4& color, const char* text) = 0;
-    virtual void DrawQuad(int x, int y, int w, int h, const Color4& color) = 0;
+    // With a stipple pattern other than 0xFFFF the outline is drawn stippled.
+    virtual void DrawQuad(int x, int y, int w, int h, const Color4& color, unsigned short stipple = 0xFFFF) = 0;
 
     // After the twelve: reads the last drawn frame back as RGBA rows, top row
     // first. False when the back-end cannot.
