@@ -312,6 +312,26 @@ std::string FormatSettings(const StartupOptionsRecord& o) {
     return p.str();
 }
 
+RunExtras gRunExtras;
+
+RunExtras ParseRunExtras(const char* commandLine) {
+    RunExtras e;
+    if (!commandLine) return e;
+    e.headless = std::strstr(commandLine, "/headless") != nullptr;
+    if (const char* at = std::strstr(commandLine, "/screenshot=")) {
+        at += std::strlen("/screenshot=");
+        // A quoted path may hold spaces; otherwise the path ends at the next one.
+        if (*at == '"') {
+            const char* end = std::strchr(at + 1, '"');
+            e.screenshotPath = end ? std::string(at + 1, end) : std::string(at + 1);
+        } else {
+            const char* end = std::strchr(at, ' ');
+            e.screenshotPath = end ? std::string(at, end) : std::string(at);
+        }
+    }
+    return e;
+}
+
 bool WantsUsage(const char* commandLine) {
     if (!commandLine) return false;
     return std::strstr(commandLine, "/?") || std::strstr(commandLine, "/help") || std::strstr(commandLine, "--help");
@@ -349,6 +369,9 @@ std::string UsageText() {
            "  /furry_vxa  /furry_hd6970  /furry_torus\n"
            "  /display_dm  /log_gl_errors  /no_music\n"
            "  /fractal_flame_particles=N\n"
+           "  /headless                     draw offscreen, without a window (automatic on Linux\n"
+           "                                without a display); Ctrl+C or SIGTERM ends the run\n"
+           "  /screenshot=PATH              save the run's last frame as a PNG image\n"
            "  /print_settings               print the resulting settings and exit\n"
            "  /? /help                      this text\n"
            "\n"

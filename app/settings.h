@@ -118,6 +118,15 @@ std::string FormatSettings(const StartupOptionsRecord& o);
 // The short text shown for /?, /help and --help.
 std::string UsageText();
 
+// Switches of this build that are not settings: where and how a run is shown
+// and recorded. Parsed from the same raw command line.
+struct RunExtras {
+    bool headless = false;       // /headless: no window, offscreen drawing
+    std::string screenshotPath;  // /screenshot=PATH: the last frame as PNG
+};
+extern RunExtras gRunExtras;
+RunExtras ParseRunExtras(const char* commandLine);
+
 // The diagnostic and help switches, which are not settings.
 constexpr const char* kPrintSettingsSwitch = "/print_settings";
 bool WantsUsage(const char* commandLine);

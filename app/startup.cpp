@@ -7,8 +7,13 @@
 #include "app/settings_file.h"
 #include "app/shell.h"
 #include "platform/platform.h"
+#include "runner/catalogue.h"
+#include "runner/run3d.h"
+#include "runner/run_facts.h"
+#include "runner/run_stats.h"
+#include "runner/scores_file.h"
+#include "tests/fur/fur_factory.h"
 
-ShellState gShell;
 
 
 namespace {
@@ -62,10 +67,51 @@ void LogDisplayModes() {
     }
 }
 
+void WriteScoresRow() {
+    ScoreRow row;
+    row.testName = current_test_name;
+    row.renderer = RunFacts.renderer;
+    row.driver = RunFacts.driver;
+    row.gpuClockMhz = RunFacts.gpuClockMhz;
+    row.memoryClockMhz = RunFacts.memoryClockMhz;
+    row.msaaSamples = RunFacts.msaaSamples;
+    row.width = RunFacts.clientWidth;
+    row.height = RunFacts.clientHeight;
+    row.fullscreen = RunParameters.fullscreen == 1;
+    row.timeBased = RunParameters.time_based == 1;
+    row.maxTime = static_cast<int>(RunParameters.max_time);
+    row.score = RunStats.score;
+    row.tempStart = RunFacts.tempStart;
+    row.tempEnd = RunFacts.tempEnd;
+    row.tempMax = RunFacts.tempMax;
+    row.avgFps = RunStats.avg_fps;
+    row.minFps = RunStats.min_fps;
+    row.maxFps = RunStats.max_fps;
+    AppendScoreRow(kScoresFileName, row);
+}
+
 void ShutDown() {
     if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
     FreeADataLibrary(&gShell.adata);
+    if (RunParameters.run_mode == 1 && StartupOptions.log_score) WriteScoresRow();
     gEventLog.Write("Exit from %s.", kProductTitle);
+}
+
+void StartDirectly() {
+    const int test = StartupOptions.test3d;
+    if (StartsThrough3DWindow(test)) {
+        Run3DServices services;
+        services.createDemo = CreateFurDemo;
+        // Without a display there is nothing to open a window on.
+        DisplayKind kind = (gRunExtras.headless || !platform::HasDisplay()) ? DisplayKind::Headless : DisplayKind::Window;
+        if (!Start3DRun(kind, services)) return;
+    } else if (StartsAsTestApplication(test)) {
+        gEventLog.Write("%s: the GL test applications are not part of this build.", FindTestApp(test)->displayName);
+        return;
+    }
+    // Any other identifier starts nothing, and the program waits for the
+    // user (or a stop signal) as the original does.
+    Run3DMessageLoop();
 }
 
 }  // namespace
@@ -85,6 +131,8 @@ void CopyRunParameters(const StartupOptionsRecord& o, RunParametersBlock& run) {
 }
 
 int ArdentiumMain(const char* commandLine) {
+    platform::RememberUiThread();
+    platform::InstallStopRequestHandlers();
     platform::MakeProcessDpiAware();
     platform::InitCommonControls();
 
@@ -106,6 +154,7 @@ int ArdentiumMain(const char* commandLine) {
     gShell.settingsFilePath = gShell.programFolder + kSettingsFileName;
     ReadStartupOptionsFile(gShell.settingsFilePath.c_str());
     ParseCommandLine(commandLine);
+    gRunExtras = ParseRunExtras(commandLine);
 
     // Diagnostics for scripted users: nothing is started and nothing written.
     if (WantsUsage(commandLine)) {
@@ -145,7 +194,7 @@ int ArdentiumMain(const char* commandLine) {
     if (StartupOptions.display_gui) {
         gEventLog.Write("Launcher not available in this build: start a test with /display_gui=0 /test3d=ID.");
     } else {
-        gEventLog.Write("Direct start of test %d: this build has no test runner yet.", StartupOptions.test3d);
+        StartDirectly();
     }
 
     ShutDown();

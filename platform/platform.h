@@ -120,6 +120,16 @@ int64_t FineCounterFrequency();
 // the time slice.
 void SleepMs(unsigned ms);
 
+// ------------------------------------------------------------------ threads
+
+// Pins the calling thread to the processors of the mask (bit 0: the first).
+void PinCurrentThreadToCpuMask(uint32_t mask);
+// Remembers the calling thread as the UI thread (start-up does this).
+void RememberUiThread();
+// Shares key state and focus between the calling thread and the UI thread
+// (Windows input queues); nothing to do elsewhere.
+void AttachInputToUiThread(bool attach);
+
 // ------------------------------------------------------------- log files
 
 // A file that is written in whole lines, each line in one system call, and

@@ -2,7 +2,7 @@
 // Windows window procedure and the Linux event loop both call.
 #pragma once
 
-enum class RunKey { Escape, Space, P, I, F5, F6, T, G, F1, NumPlus, NumMinus, K, Other };
+#include "platform/window3d.h"  // RunKey
 
 enum class KeyResult {
     Close,    // end the run (the caller runs its close sequence)

@@ -199,6 +199,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         s.final_min_fps = s.min_fps.load();
         s.final_avg_fps = s.avg_fps.load();
         s.final_max_fps = s.max_fps.load();
+        host.LastFrameDrawn(*demo);
         host.PostClose();
         RunControl.benchmark_done = true;
         RunControl.test_running = false;
@@ -206,6 +207,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         host.AttachInput(false);
         gEventLog.Write("Main render thread - benchmark finished - exit ok.");
     } else {
+        host.LastFrameDrawn(*demo);
         host.AttachInput(false);
         RunControl.test_running = false;
         Retire(demo);

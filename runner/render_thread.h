@@ -29,6 +29,8 @@ public:
     // The object of the given class; null when this build has none.
     virtual std::unique_ptr<cLm4DDemo> CreateDemo(DemoClass demoClass) = 0;
     virtual ClockSource& Clock() = 0;
+    // The run is over and the object still holds its last frame (screenshots).
+    virtual void LastFrameDrawn(cLm4DDemo& demo) {}
 };
 
 struct RunSetup {

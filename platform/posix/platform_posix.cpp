@@ -3,6 +3,7 @@
 
 #include <SDL2/SDL.h>
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sched.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -196,6 +197,17 @@ void SleepMs(unsigned ms) {
     while (nanosleep(&ts, &ts) != 0) {
     }
 }
+
+void PinCurrentThreadToCpuMask(uint32_t mask) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (int i = 0; i < 32; ++i)
+        if (mask & (1u << i)) CPU_SET(i, &set);
+    pthread_setaffinity_np(pthread_self(), sizeof set, &set);
+}
+
+void RememberUiThread() {}
+void AttachInputToUiThread(bool) {}
 
 LineFile::~LineFile() { Close(); }
 

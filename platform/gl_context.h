@@ -1,0 +1,41 @@
+// An OpenGL context on the 3D window (WGL on Windows, SDL/GLX on Linux) or,
+// headless, on no window at all (EGL without a display), drawing into an
+// offscreen framebuffer of the run's size.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/render_target.h"
+
+namespace platform {
+
+struct GlContextRequest {
+    int major = 2;
+    int minor = 0;
+    bool core = false;  // core profile (3.2 and later); compatibility otherwise
+    int samples = 0;    // multisampling of the drawing target; 0 or 1 for none
+};
+
+class GlContext {
+public:
+    virtual ~GlContext() = default;
+    // Entry point lookup for render/gl_api.
+    virtual void* ProcAddress(const char* name) = 0;
+    virtual void SwapBuffers() = 0;
+    // The framebuffer that stands for the window: 0 on a window, the
+    // offscreen target headless. Back-ends bind this instead of 0.
+    virtual unsigned DefaultFramebuffer() const = 0;
+    // How many samples the drawing target really has.
+    virtual int Samples() const = 0;
+};
+
+// Makes the context current on the calling thread. On failure returns null
+// and says why in *error.
+std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlContextRequest& request,
+                                           std::string* error);
+
+// The entry point lookup of the current context, usable by gl::LoadFunctions.
+void* CurrentGlProcAddress(const char* name);
+
+}  // namespace platform

@@ -1,0 +1,46 @@
+// A 3D run as the UI thread sees it: the window, the render thread, the keys,
+// and the kill sequence that tears it all down again.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/window3d.h"
+#include "runner/render_thread.h"
+
+// How the run's window is shown.
+enum class DisplayKind { Window, Headless };
+
+// What the run needs from outside the runner (the monitor's readings, the
+// test objects the build provides).
+struct Run3DServices {
+    std::function<bool(double*)> firstGpuTemperature = [](double*) { return false; };
+    std::function<bool()> gpuPhysxAvailable = [] { return false; };
+    std::function<std::unique_ptr<cLm4DDemo>(DemoClass)> createDemo = [](DemoClass) { return nullptr; };
+    // The largest viewport side the GPU allows; the run's size is cut to it.
+    int maxViewportSize = 16384;
+};
+
+// UI thread. Clamps the size, creates the window and starts the render thread.
+bool Start3DRun(DisplayKind kind, const Run3DServices& services);
+// UI thread. Stops the render thread (waiting at most 1000 ms), destroys the
+// window and puts the display mode back.
+bool Kill3DRun();
+// UI thread. The kill sequence, then the score after a finished benchmark,
+// then the launcher again or the end of the program.
+void Close3DRun();
+
+// Runs the UI loop for the current run until the program should end.
+void Run3DMessageLoop();
+
+// The window of the current run (null when none), for tests and the title.
+platform::Window3D* Current3DWindow();
+
+// The size a run's window gets: below 1 becomes 640 x 480, above the GPU's
+// maximum viewport becomes that maximum.
+void ClampRunSize(int* width, int* height, int maxViewportSize);
+
+// Where the score of a finished benchmark is shown when the run closes; the
+// launcher replaces it with its dialog. By default it is logged.
+extern std::function<void()> gShowScore;
