@@ -218,6 +218,9 @@ bool cLm4DDemo_OpenGL_2::ReadBackFrame(std::string* rgba, int* width, int* heigh
     rgba->assign(pixels.size(), '\0');
     for (int y = 0; y < height_; ++y)
         std::memcpy(&(*rgba)[static_cast<size_t>(y) * row], &pixels[static_cast<size_t>(height_ - 1 - y) * row], row);
+    // A screenshot is what the screen showed: opaque, whatever the target's
+    // alpha channel held.
+    for (size_t i = 3; i < rgba->size(); i += 4) (*rgba)[i] = static_cast<char>(0xFF);
     *width = width_;
     *height = height_;
     return true;
