@@ -147,6 +147,9 @@ int ArdentiumMain(const char* commandLine) {
     platform::OsVersion os = platform::GetOsVersion();
     gEventLog.Write("%s Build: %u - %s Ver: %u.%u", os.family, os.build, os.family, os.major, os.minor);
 
+    // Paths the user gives on the command line are meant from where the
+    // program was started, before it moves to its own folder.
+    const std::string startFolder = platform::CurrentDir();
     gShell.programFolder = platform::FolderOf(platform::ExecutablePath());
     platform::SetCurrentDir(gShell.programFolder);
 
@@ -155,6 +158,8 @@ int ArdentiumMain(const char* commandLine) {
     ReadStartupOptionsFile(gShell.settingsFilePath.c_str());
     ParseCommandLine(commandLine);
     gRunExtras = ParseRunExtras(commandLine);
+    if (!gRunExtras.screenshotPath.empty())
+        gRunExtras.screenshotPath = platform::ResolvePath(startFolder, gRunExtras.screenshotPath);
 
     // Diagnostics for scripted users: nothing is started and nothing written.
     if (WantsUsage(commandLine)) {

@@ -32,6 +32,8 @@ std::string ExecutablePath();
 // Splits an executable path into its folder, with a trailing separator.
 std::string FolderOf(const std::string& path);
 bool SetCurrentDir(const std::string& dir);
+// path itself when absolute, else path taken relative to the folder base.
+std::string ResolvePath(const std::string& base, const std::string& path);
 std::string CurrentDir();
 
 // Asks the system not to scale the program's windows (no-op where there is no such thing).
@@ -151,5 +153,11 @@ private:
 
 // The end-of-line sequence of text files on this platform.
 const char* TextNewline();
+
+// ------------------------------------------------------------- processes
+
+// Starts another program (the full path of its executable) with one
+// argument string, in the given working folder, and does not wait for it.
+bool StartProgram(const std::string& program, const std::string& arguments, const std::string& workingDir);
 
 }  // namespace platform

@@ -9,6 +9,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -71,6 +72,11 @@ std::string FolderOf(const std::string& path) {
     size_t slash = path.find_last_of('/');
     if (slash == std::string::npos) return std::string();
     return path.substr(0, slash + 1);
+}
+
+std::string ResolvePath(const std::string& base, const std::string& path) {
+    if (path.empty() || path[0] == '/' || base.empty()) return path;
+    return base.back() == '/' ? base + path : base + "/" + path;
 }
 
 bool SetCurrentDir(const std::string& dir) { return !dir.empty() && chdir(dir.c_str()) == 0; }
@@ -236,5 +242,20 @@ void LineFile::Close() {
 }
 
 const char* TextNewline() { return "\n"; }
+
+bool StartProgram(const std::string& program, const std::string& arguments, const std::string& workingDir) {
+    pid_t pid = fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+        // A second fork leaves no zombie for the caller to reap.
+        if (fork() != 0) _exit(0);
+        if (!workingDir.empty() && chdir(workingDir.c_str()) != 0) _exit(127);
+        execl(program.c_str(), program.c_str(), arguments.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
 
 }  // namespace platform

@@ -98,6 +98,11 @@ void cLm4DDemo_OpenGL_2::ClearScreen() {
 
 void cLm4DDemo_OpenGL_2::Frame(float frameSeconds) {
     elapsed_ += frameSeconds;
+    Draw();
+    Present();
+}
+
+void cLm4DDemo_OpenGL_2::Draw() {
     if (context_->Samples() > 1) gl::Enable(gl::MULTISAMPLE);
     gl::BindFramebuffer(gl::FRAMEBUFFER, context_->DefaultFramebuffer());
     gl::Viewport(0, 0, width_, height_);
@@ -108,7 +113,6 @@ void cLm4DDemo_OpenGL_2::Frame(float frameSeconds) {
     // The fur scene is drawn here once it exists; until then the view stays
     // cleared and the text block tells what runs.
     DrawTextBlock();
-    Present();
 }
 
 void cLm4DDemo_OpenGL_2::Present() { context_->SwapBuffers(); }
@@ -203,8 +207,12 @@ bool cLm4DDemo_OpenGL_2::ReadBackFrame(std::string* rgba, int* width, int* heigh
         source = resolve;
     }
     gl::BindFramebuffer(gl::FRAMEBUFFER, source);
-    // On a window the last frame is in the front buffer once it was swapped.
-    if (source == 0) gl::ReadBuffer(gl::FRONT);
+    if (source == 0) {
+        // A window's shown frame cannot be read back reliably once it was
+        // swapped: the same frame is drawn again into the back buffer.
+        Draw();
+        gl::ReadBuffer(gl::BACK);
+    }
     std::string pixels(static_cast<size_t>(width_) * height_ * 4, '\0');
     gl::PixelStorei(gl::PACK_ALIGNMENT, 1);
     gl::ReadPixels(0, 0, width_, height_, gl::RGBA, gl::UNSIGNED_BYTE, &pixels[0]);

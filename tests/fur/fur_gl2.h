@@ -28,6 +28,8 @@ public:
     const std::string& Renderer() const { return renderer_; }
 
 private:
+    // The whole frame, without presenting it.
+    void Draw();
     void DrawTextBlock();
 
     std::unique_ptr<platform::GlContext> context_;

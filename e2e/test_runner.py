@@ -1,0 +1,174 @@
+"""Test runs as a user meets them: a headless benchmark, a stability test
+stopped by a signal, a windowed run under a virtual X server with keys sent
+to it; checked through the event log, the scores file and screenshots."""
+import os
+import re
+import shutil
+import signal
+import subprocess
+import time
+import unittest
+
+from ardtest import E2ETest, count_pixels, read_png, whitish, yellowish
+
+RUN = ["/display_gui=0", "/test3d=2003", "/width=320", "/height=180"]
+
+
+class HeadlessRuns(E2ETest):
+    def test_time_limited_benchmark(self):
+        inst = self.install()
+        shot = os.path.join(inst.work_dir, "shot.png")
+        r = inst.run(*RUN, "/run_mode=1", "/max_time=1500", "/log_score", "/headless", "/screenshot=shot.png",
+                     timeout=120)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        msgs = inst.messages()
+        tail = msgs[msgs.index("OpenGL 2 (4.5) context init ok.") if "OpenGL 2 (4.5) context init ok." in msgs
+                    else -1:]
+        self.assertIn("Main render thread - benchmark finished - exit ok.", msgs)
+        order = [m for m in msgs if m in ("Main render thread - benchmark finished - exit ok.",
+                                         "Render thread killed ok.", "3D window killed ok.",
+                                         "Exit from VXA Ardentium.")]
+        self.assertEqual(order, ["Main render thread - benchmark finished - exit ok.", "Render thread killed ok.",
+                                 "3D window killed ok.", "Exit from VXA Ardentium."])
+        self.assertTrue(any(re.match(r"^OpenGL 2 \(\d+\.\d+\) context init ok\.$", m) for m in msgs), tail)
+        self.assertTrue(any(m.startswith("OpenGL renderer: ") for m in msgs))
+
+        # The scores file sits in the program folder, header first.
+        with open(inst.path("Ardentium_Scores.csv"), "rb") as f:
+            lines = f.read().split(b"\n")
+        self.assertTrue(lines[0].startswith(b"Test name,Renderer,Driver,"))
+        self.assertIn(b"GPU temp start(\xb0C)", lines[0])
+        row = lines[1].decode("latin-1")
+        self.assertTrue(row.startswith("Furry VXA GL2,"), row)
+        fields = row.split(",")
+        score, max_time = int(fields[-7]), int(fields[-8])
+        self.assertEqual(max_time, 1500)
+        self.assertGreater(score, 0)
+        self.assertEqual(fields[-9], "YES")  # time based
+        avg, mn, mx = int(fields[-3]), int(fields[-2]), int(fields[-1])
+        self.assertLessEqual(mn, avg)
+        self.assertLessEqual(avg, mx)
+
+        # The last frame: the heading in yellow, the FPS lines in white, the
+        # progress figure near the top middle; the rest of the view black.
+        w, h, rows = read_png(shot)
+        self.assertEqual((w, h), (320, 180))
+        self.assertGreater(count_pixels(rows, (0, 25, 320, 45), yellowish), 40)
+        self.assertGreater(count_pixels(rows, (0, 45, 320, 90), whitish), 80)
+        self.assertGreater(count_pixels(rows, (140, 5, 200, 25), whitish), 10)
+        self.assertEqual(count_pixels(rows, (0, 120, 320, 180), lambda r, g, b: r + g + b > 30), 0)
+
+    def test_frame_limited_benchmark_from_the_settings_file(self):
+        inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings time_based_benchmark="0" max_frames="250"'
+                    ' log_score="1" />\n</ardentium>')
+        r = inst.run(*RUN, "/run_mode=1", "/headless", timeout=120)
+        self.assertEqual(r.returncode, 0, r.stderr)
+        with open(inst.path("Ardentium_Scores.csv"), "rb") as f:
+            row = f.read().split(b"\n")[1].decode("latin-1").split(",")
+        self.assertEqual(row[-9], "NO")
+        self.assertEqual(int(row[-7]), 250)  # exactly max_frames measured frames
+
+    def test_stability_test_ends_cleanly_on_a_signal(self):
+        inst = self.install()
+        p = inst.start(*RUN, "/run_mode=2", "/headless")
+        deadline = time.time() + 30
+        while time.time() < deadline and not any("context init ok." in m for m in self._messages(inst)):
+            time.sleep(0.2)
+        time.sleep(0.5)
+        p.send_signal(signal.SIGTERM)
+        self.assertEqual(p.wait(timeout=30), 0)
+        msgs = inst.messages()
+        self.assertIn("Main render thread - demo finished - exit ok.", msgs)
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+        # A stability test writes no scores row.
+        self.assertFalse(os.path.exists(inst.path("Ardentium_Scores.csv")))
+
+    def test_objects_this_build_lacks_end_the_run(self):
+        inst = self.install()
+        r = inst.run("/display_gui=0", "/test3d=2015", "/headless", timeout=60)
+        self.assertEqual(r.returncode, 0)
+        msgs = inst.messages()
+        self.assertIn("Direct3D 11: this build has no Direct3D 11 back-end yet.", msgs)
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+
+    @staticmethod
+    def _messages(inst):
+        try:
+            return inst.messages()
+        except (FileNotFoundError, IndexError):
+            return []
+
+
+def _tool(name):
+    return shutil.which(name) is not None
+
+
+@unittest.skipUnless(_tool("Xvfb") and _tool("xdotool"), "needs Xvfb and xdotool")
+class WindowedRuns(E2ETest):
+    def setUp(self):
+        # A display of its own for each test; "-displayfd" lets the server
+        # pick a free number and say when it is ready.
+        r, w = os.pipe()
+        self.xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(w,))
+        os.close(w)
+        with os.fdopen(r) as f:
+            number = f.readline().strip()
+        self.assertTrue(number.isdigit(), "Xvfb did not start")
+        self.display = ":" + number
+
+        def stop():
+            self.xvfb.terminate()
+            self.xvfb.wait(timeout=10)
+        self.addCleanup(stop)
+
+    def xdo(self, *args):
+        return subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display),
+                              capture_output=True, text=True, timeout=20)
+
+    def wait_title(self, pattern, timeout=30):
+        deadline = time.time() + timeout
+        while time.time() < deadline:
+            r = self.xdo("search", "--name", "Ardentium")
+            for wid in r.stdout.split():
+                name = self.xdo("getwindowname", wid).stdout.strip()
+                if re.match(pattern, name):
+                    return wid, name
+            time.sleep(0.3)
+        self.fail("no window titled %r" % pattern)
+
+    def test_titles_keys_and_escape(self):
+        inst = self.install()
+        p = inst.start(*RUN, "/run_mode=2", "/screenshot=shot.png", env={"DISPLAY": self.display})
+        self.addCleanup(lambda: p.poll() is None and p.kill())
+        wid, name = self.wait_title(r"^Ardentium - Furry VXA GL2 - FPS=\d+$")
+        # F1 shows the help lines; Escape ends the run with the help on screen.
+        self.xdo("windowactivate", "--sync", wid)
+        self.xdo("key", "--window", wid, "F1")
+        time.sleep(1.0)
+        self.xdo("key", "--window", wid, "Escape")
+        self.assertEqual(p.wait(timeout=30), 0)
+        msgs = inst.messages()
+        self.assertIn("Main render thread - demo finished - exit ok.", msgs)
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+        w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
+        # The help lines (yellow) fill the area below the F1 line.
+        self.assertGreater(count_pixels(rows, (0, 90, w, 180), yellowish), 200)
+
+    def test_benchmark_locks_keys_and_ends_by_itself(self):
+        inst = self.install()
+        p = inst.start(*RUN, "/run_mode=1", "/max_time=1000", "/screenshot=shot.png",
+                       env={"DISPLAY": self.display})
+        self.addCleanup(lambda: p.poll() is None and p.kill())
+        wid, _ = self.wait_title(r"^Ardentium - (Running\.\.\.|Furry VXA GL2 - FPS=\d+)$")
+        self.xdo("key", "--window", wid, "F1")
+        self.assertEqual(p.wait(timeout=60), 0)
+        self.assertIn("Main render thread - benchmark finished - exit ok.", inst.messages())
+        w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
+        self.assertLess(count_pixels(rows, (0, 90, w, h), yellowish), 20)
+
+
+if __name__ == "__main__":
+    unittest.main()
