@@ -3,15 +3,32 @@
 # cross-compiling Debian's source packages.
 
 if(WIN32)
-  set(ARDENTIUM_WIN_DEPS "$ENV{HOME}/.cache/ardentium/win64" CACHE PATH
+  if(DEFINED ENV{ARDENTIUM_WIN_DEPS})
+    set(_ard_win_deps "$ENV{ARDENTIUM_WIN_DEPS}")
+  else()
+    set(_ard_win_deps "$ENV{HOME}/.cache/ardentium/win64")
+  endif()
+  set(ARDENTIUM_WIN_DEPS "${_ard_win_deps}" CACHE PATH
       "Folder with the cross-compiled Windows libraries (made by tools/win-deps.sh)")
-  if(NOT EXISTS "${ARDENTIUM_WIN_DEPS}/lib/libirrxml.a")
-    message(FATAL_ERROR "Windows libraries missing in ${ARDENTIUM_WIN_DEPS}: run tools/win-deps.sh first")
+  if(NOT EXISTS "${ARDENTIUM_WIN_DEPS}/lib/libirrxml.a" OR
+     NOT EXISTS "${ARDENTIUM_WIN_DEPS}/include/irrlicht/irrXML.h")
+    message(FATAL_ERROR "Windows libraries missing in ${ARDENTIUM_WIN_DEPS}: run tools/win-deps.sh first "
+                        "(with ARDENTIUM_WIN_DEPS=${ARDENTIUM_WIN_DEPS} in the environment if that is not its default)")
   endif()
   add_library(ard_irrxml STATIC IMPORTED GLOBAL)
+  # The installed headers already ask for static linking; the define is
+  # repeated here so that a differently made copy of them links the same way.
   set_target_properties(ard_irrxml PROPERTIES
     IMPORTED_LOCATION "${ARDENTIUM_WIN_DEPS}/lib/libirrxml.a"
-    INTERFACE_INCLUDE_DIRECTORIES "${ARDENTIUM_WIN_DEPS}/include/irrlicht")
+    INTERFACE_INCLUDE_DIRECTORIES "${ARDENTIUM_WIN_DEPS}/include/irrlicht"
+    INTERFACE_COMPILE_DEFINITIONS _IRR_STATIC_LIB_)
+
+  # std::thread of the -posix compilers sits on winpthreads.
+  find_package(Threads REQUIRED)
+
+  # stb is header-only, portable C: the build machine's copy serves the
+  # Windows build too, from outside the cross sysroot.
+  find_path(STB_INCLUDE_DIR stb_image.h PATHS /usr/include/stb NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 else()
   find_path(IRRLICHT_INCLUDE_DIR irrXML.h PATH_SUFFIXES irrlicht REQUIRED)
   find_library(IRRLICHT_LIBRARY Irrlicht REQUIRED)

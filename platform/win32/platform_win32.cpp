@@ -4,8 +4,15 @@
 #include <windows.h>
 #include <commctrl.h>
 
+// windows.h maps WriteConsole to WriteConsoleA; without this the function
+// below would be defined as platform::WriteConsoleA, and callers that do not
+// include windows.h would find no platform::WriteConsole to link with.
+#undef WriteConsole
+
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace platform {
 
@@ -45,11 +52,19 @@ std::string ExecutablePath() {
 }
 
 std::string FolderOf(const std::string& path) {
-    // Drive plus directory, as _splitpath gives them.
-    char drive[128] = {0};
-    char dir[128] = {0};
-    if (_splitpath_s(path.c_str(), drive, sizeof drive, dir, sizeof dir, nullptr, 0, nullptr, 0) != 0) return std::string();
-    return std::string(drive) + dir;
+    // Drive plus directory, as _splitpath gives them, but without its fixed
+    // buffers: a folder longer than those must not come back empty.
+    size_t sep = path.find_last_of("\\/");
+    if (sep != std::string::npos) return path.substr(0, sep + 1);
+    if (path.size() >= 2 && path[1] == ':') return path.substr(0, 2);
+    return std::string();
+}
+
+std::string ResolvePath(const std::string& base, const std::string& path) {
+    bool absolute = (path.size() >= 2 && path[1] == ':') || (!path.empty() && (path[0] == '\\' || path[0] == '/'));
+    if (path.empty() || absolute || base.empty()) return path;
+    char last = base.back();
+    return (last == '\\' || last == '/') ? base + path : base + "\\" + path;
 }
 
 bool SetCurrentDir(const std::string& dir) { return !dir.empty() && SetCurrentDirectoryA(dir.c_str()) != 0; }
@@ -161,7 +176,9 @@ bool ReadRegistryDword(const char* key, const char* value, uint32_t* out) {
     HKEY k;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, key, 0, KEY_READ, &k) != ERROR_SUCCESS) return false;
     DWORD type = 0, data = 0, size = sizeof data;
-    bool ok = RegQueryValueExA(k, value, nullptr, &type, reinterpret_cast<BYTE*>(&data), &size) == ERROR_SUCCESS && size == 4;
+    // The type decides: a three-letter text value is four bytes long too.
+    bool ok = RegQueryValueExA(k, value, nullptr, &type, reinterpret_cast<BYTE*>(&data), &size) == ERROR_SUCCESS &&
+              type == REG_DWORD && size == sizeof data;
     RegCloseKey(k);
     if (ok && out) *out = data;
     return ok;
@@ -208,6 +225,19 @@ int64_t FineCounterFrequency() {
 
 void SleepMs(unsigned ms) { Sleep(ms); }
 
+void PinCurrentThreadToCpuMask(uint32_t mask) { SetThreadAffinityMask(GetCurrentThread(), mask); }
+
+namespace {
+DWORD gUiThreadId = 0;
+}
+
+void RememberUiThread() { gUiThreadId = GetCurrentThreadId(); }
+
+void AttachInputToUiThread(bool attach) {
+    if (gUiThreadId && gUiThreadId != GetCurrentThreadId())
+        AttachThreadInput(GetCurrentThreadId(), gUiThreadId, attach ? TRUE : FALSE);
+}
+
 LineFile::~LineFile() { Close(); }
 
 bool LineFile::OpenTruncate(const char* path) {
@@ -221,10 +251,18 @@ bool LineFile::OpenTruncate(const char* path) {
 
 bool LineFile::IsOpen() const { return fd_ != -1; }
 
+// Windows serialises writes on a synchronous handle, so each append lands
+// whole at the end. Wine does not: threads appending through one handle at
+// once can write at the same end offset, and lines vanish. One lock for the
+// log files of this process keeps every line whole there too.
+static SRWLOCK lineFileLock = SRWLOCK_INIT;
+
 void LineFile::Write(const char* data, size_t len) {
     if (fd_ == -1) return;
     DWORD written = 0;
+    AcquireSRWLockExclusive(&lineFileLock);
     WriteFile(reinterpret_cast<HANDLE>(fd_), data, static_cast<DWORD>(len), &written, nullptr);
+    ReleaseSRWLockExclusive(&lineFileLock);
 }
 
 void LineFile::Close() {
@@ -233,5 +271,22 @@ void LineFile::Close() {
 }
 
 const char* TextNewline() { return "\r\n"; }
+
+bool StartProgram(const std::string& program, const std::string& arguments, const std::string& workingDir) {
+    std::string commandLine = "\"" + program + "\" " + arguments;
+    std::vector<char> buf(commandLine.begin(), commandLine.end());
+    buf.push_back('\0');
+    STARTUPINFOA si;
+    std::memset(&si, 0, sizeof si);
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi;
+    std::memset(&pi, 0, sizeof pi);
+    if (!CreateProcessA(program.c_str(), buf.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                        workingDir.empty() ? nullptr : workingDir.c_str(), &si, &pi))
+        return false;
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    return true;
+}
 
 }  // namespace platform
