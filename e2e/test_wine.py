@@ -1,0 +1,115 @@
+"""The Windows build under Wine: the same start-up, settings and benchmark
+run as on Linux, drawn through WGL on a virtual X server."""
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from ardtest import count_pixels, read_png, whitish, yellowish
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+WIN_BUILD = os.environ.get("ARDENTIUM_WIN_BUILD", os.path.join(HERE, "..", "build-win"))
+LINUX_BUILD = os.environ.get("ARDENTIUM_BUILD", os.path.join(HERE, "..", "build"))
+WINE_RUN = os.path.join(HERE, "..", "tools", "wine-run.sh")
+
+
+class WineInstall:
+    def __init__(self):
+        self.root = tempfile.mkdtemp(prefix="ard-wine-")
+        self.program_dir = os.path.join(self.root, "prog")
+        self.work_dir = os.path.join(self.root, "work")
+        os.makedirs(self.program_dir)
+        os.makedirs(self.work_dir)
+        for name in ("ardentium.exe", "adata.dll"):
+            shutil.copy2(os.path.join(WIN_BUILD, name), self.program_dir)
+        shutil.copytree(os.path.join(WIN_BUILD, "data"), os.path.join(self.program_dir, "data"))
+
+    def run(self, *args, display=None, timeout=180):
+        env = dict(os.environ)
+        env.pop("DISPLAY", None)
+        if display:
+            env["DISPLAY"] = display
+        return subprocess.run([WINE_RUN, os.path.join(self.program_dir, "ardentium.exe"), *args], cwd=self.work_dir,
+                              capture_output=True, text=True, timeout=timeout, env=env)
+
+    def messages(self):
+        with open(os.path.join(self.work_dir, "ardentium_log.txt"), "rb") as f:
+            lines = f.read().decode("latin-1").split("\r\n")
+        return [l.split(" >> ", 1)[1] for l in lines if " >> " in l]
+
+
+class WindowsBuild(unittest.TestCase):
+    def install(self):
+        inst = WineInstall()
+        self.addCleanup(shutil.rmtree, inst.root, True)
+        return inst
+
+    def test_print_settings_agrees_with_linux(self):
+        linux = os.path.join(LINUX_BUILD, "ardentium")
+        if not os.path.exists(linux):
+            self.skipTest("no Linux build to compare with")
+        inst = self.install()
+        with open(os.path.join(inst.program_dir, "startup_options.xml"), "w") as f:
+            f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings width="1024" run_mode="benchmark" '
+                    'furry_object="SPHERE" aa_mode="8X CSAA" log_score="2" display_gui="2" />\n</ardentium>')
+        lprog = os.path.join(inst.root, "lprog")
+        os.makedirs(lprog)
+        shutil.copy2(linux, lprog)
+        shutil.copy2(os.path.join(inst.program_dir, "startup_options.xml"), lprog)
+        cases = [
+            [],
+            ["/fullscreen=1", "/render_post_fx", "/msaa=3"],
+            ["/api3d=7", "/dmsize=9000", "/test3d=2003", "/furry_hd6970", "/furry_torus"],
+            ["/display_gui", "/width=800", "/width=640", "/msaa=", "/max_frames=0", "/max_time=0"],
+            ["/enable_ty_osd_fix=300", "/dmsize", "/render_gpu_monitor", "/no_music", "/xtreme_burn_in"],
+        ]
+        for case in cases:
+            win = inst.run("/print_settings", *case)
+            lin = subprocess.run([os.path.join(lprog, "ardentium"), "/print_settings", *case], cwd=inst.work_dir,
+                                 capture_output=True, text=True, timeout=30)
+            self.assertEqual(win.returncode, 0, win.stderr)
+            self.assertEqual(win.stdout.replace("\r\n", "\n"), lin.stdout, case)
+            self.assertIn("run_mode=2\n", lin.stdout)
+
+    def test_version_box_is_logged(self):
+        inst = self.install()
+        r = inst.run("/version")
+        self.assertEqual(r.returncode, 0)
+        msgs = inst.messages()
+        self.assertEqual(msgs[0], "VXA Ardentium DX11 is starting up.")
+        self.assertRegex(msgs[5], r"^Windows Build: \d+ - Windows Ver: \d+\.\d+$")
+        self.assertEqual(msgs[-1], "VXA Ardentium v2.6.0")
+
+    @unittest.skipUnless(shutil.which("Xvfb"), "needs Xvfb")
+    def test_benchmark_through_wgl(self):
+        r, w = os.pipe()
+        xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(w,))
+        os.close(w)
+        with os.fdopen(r) as f:
+            display = ":" + f.readline().strip()
+        self.addCleanup(lambda: (xvfb.terminate(), xvfb.wait(timeout=10)))
+        inst = self.install()
+        res = inst.run("/display_gui=0", "/test3d=2003", "/run_mode=1", "/max_time=1500", "/width=400",
+                       "/height=240", "/log_score", "/screenshot=shot.png", display=display)
+        self.assertEqual(res.returncode, 0, res.stderr)
+        msgs = inst.messages()
+        self.assertTrue(any(m.startswith("OpenGL 2 (") and m.endswith(") context init ok.") for m in msgs), msgs)
+        self.assertIn("Main render thread - benchmark finished - exit ok.", msgs)
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+        with open(os.path.join(inst.program_dir, "Ardentium_Scores.csv"), "rb") as f:
+            rows = f.read().split(b"\r\n")
+        self.assertIn(b"GPU temp max(\xb0C)", rows[0])
+        self.assertTrue(rows[1].startswith(b"Furry VXA GL2,"), rows[1])
+        self.assertGreater(int(rows[1].split(b",")[-7]), 0)
+        # The window's client area is the outer size less frame and menu.
+        width, height, pixels = read_png(os.path.join(inst.work_dir, "shot.png"))
+        self.assertLess(width, 400)
+        self.assertLess(height, 240)
+        self.assertGreater(count_pixels(pixels, (0, 25, width, 45), yellowish), 40)
+        self.assertGreater(count_pixels(pixels, (0, 45, width, 90), whitish), 80)
+
+
+if __name__ == "__main__":
+    unittest.main()
