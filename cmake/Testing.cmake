@@ -19,6 +19,37 @@ if(WIN32)
     set(ARD_WINE_RUN ${CMAKE_SOURCE_DIR}/tools/wine-run.sh)
     add_test(NAME wine_prefix COMMAND ${ARD_WINE_RUN} --prepare)
     set_tests_properties(wine_prefix PROPERTIES FIXTURES_SETUP wine TIMEOUT 300)
+
+    # The runner itself: a test program's exit code, crash and output must
+    # come through, or failing tests would pass under Wine unnoticed.
+    file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/wine_run_probe.c @ONLY CONTENT [=[
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+int main(int argc, char** argv) {
+    if (argc > 1 && strcmp(argv[1], "crash") == 0) {
+        volatile int* p = NULL;
+        *p = 1;
+    }
+    printf("probe out\n");
+    fflush(stdout);
+    fprintf(stderr, "probe err\n");
+    return argc > 2 ? atoi(argv[2]) : 0;
+}
+]=])
+    add_executable(wine_run_probe ${CMAKE_BINARY_DIR}/wine_run_probe.c)
+    set(_probe $<TARGET_FILE:wine_run_probe>)
+    add_test(NAME wine_run_exit_code
+             COMMAND sh -c "\"$0\" \"$1\" exit 7 >/dev/null 2>&1; test $? -eq 7" ${ARD_WINE_RUN} ${_probe})
+    # A crash must fail, without the debugger's register dump (it would
+    # exit with 0).
+    add_test(NAME wine_run_crash
+             COMMAND sh -c "out=$(\"$0\" \"$1\" crash 2>&1); rc=$?; echo \"$out\"; test $rc -ne 0 && test $rc -ne 125" ${ARD_WINE_RUN} ${_probe})
+    set_tests_properties(wine_run_crash PROPERTIES FAIL_REGULAR_EXPRESSION "Register dump|Backtrace")
+    # Standard output and error arrive separately.
+    add_test(NAME wine_run_output
+             COMMAND sh -c "o=$(\"$0\" \"$1\" 2>/dev/null) && e=$(\"$0\" \"$1\" 2>&1 >/dev/null) && case \"$o|$e\" in 'probe out'*'|probe err'*) ;; *) echo \"stdout [$o] stderr [$e]\"; exit 1 ;; esac" ${ARD_WINE_RUN} ${_probe})
+    set_tests_properties(wine_run_exit_code wine_run_crash wine_run_output PROPERTIES FIXTURES_REQUIRED wine)
   endif()
 else()
   find_package(GTest REQUIRED)
