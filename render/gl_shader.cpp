@@ -1,0 +1,106 @@
+#include "render/gl_shader.h"
+
+#include "app/event_log.h"
+
+namespace {
+
+std::string InfoLog(GLuint object, bool program) {
+    GLint length = 0;
+    if (program)
+        gl::GetProgramiv(object, gl::INFO_LOG_LENGTH, &length);
+    else
+        gl::GetShaderiv(object, gl::INFO_LOG_LENGTH, &length);
+    if (length <= 1) return std::string("(no compiler message)");
+    std::string log(static_cast<size_t>(length), '\0');
+    if (program)
+        gl::GetProgramInfoLog(object, length, nullptr, &log[0]);
+    else
+        gl::GetShaderInfoLog(object, length, nullptr, &log[0]);
+    while (!log.empty() && (log.back() == '\0' || log.back() == '\n')) log.pop_back();
+    return log;
+}
+
+GLuint Compile(GLenum type, const char* source) {
+    GLuint s = gl::CreateShader(type);
+    gl::ShaderSource(s, 1, &source, nullptr);
+    gl::CompileShader(s);
+    GLint ok = 0;
+    gl::GetShaderiv(s, gl::COMPILE_STATUS, &ok);
+    if (!ok) {
+        std::string log = InfoLog(s, false);
+        gEventLog.Write(type == gl::VERTEX_SHADER ? "Vertex shader creation failed: %s" : "Pixel shader creation failed: %s",
+                        log.c_str());
+        gl::DeleteShader(s);
+        return 0;
+    }
+    return s;
+}
+
+}  // namespace
+
+GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
+                    const std::vector<std::pair<GLuint, const char*>>& attributes) {
+    GLuint vs = Compile(gl::VERTEX_SHADER, vertexSource);
+    if (!vs) return 0;
+    GLuint fs = Compile(gl::FRAGMENT_SHADER, fragmentSource);
+    if (!fs) {
+        gl::DeleteShader(vs);
+        return 0;
+    }
+    GLuint p = gl::CreateProgram();
+    gl::AttachShader(p, vs);
+    gl::AttachShader(p, fs);
+    for (const auto& a : attributes) gl::BindAttribLocation(p, a.first, a.second);
+    gl::LinkProgram(p);
+    gl::DeleteShader(vs);
+    gl::DeleteShader(fs);
+    GLint ok = 0;
+    gl::GetProgramiv(p, gl::LINK_STATUS, &ok);
+    if (!ok) {
+        std::string log = InfoLog(p, true);
+        gEventLog.Write("Shader program creation failed: %s", log.c_str());
+        gl::DeleteProgram(p);
+        return 0;
+    }
+    return p;
+}
+
+GLuint UploadTexture(const unsigned char* rgba, int width, int height, bool mipmapped, float anisotropy, bool repeat) {
+    if (!rgba || width <= 0 || height <= 0) return 0;
+    GLuint t = 0;
+    gl::GenTextures(1, &t);
+    gl::BindTexture(gl::TEXTURE_2D, t);
+    gl::PixelStorei(gl::UNPACK_ALIGNMENT, 1);
+    gl::TexImage2D(gl::TEXTURE_2D, 0, static_cast<GLint>(gl::RGBA8), width, height, 0, gl::RGBA, gl::UNSIGNED_BYTE,
+                   rgba);
+    const GLint wrap = static_cast<GLint>(repeat ? gl::REPEAT : gl::CLAMP_TO_EDGE);
+    gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_WRAP_S, wrap);
+    gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_WRAP_T, wrap);
+    gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_MAG_FILTER, static_cast<GLint>(gl::LINEAR));
+    if (mipmapped) {
+        gl::GenerateMipmap(gl::TEXTURE_2D);
+        gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_MIN_FILTER, static_cast<GLint>(gl::LINEAR_MIPMAP_LINEAR));
+        if (anisotropy > 1.0f) gl::TexParameterf(gl::TEXTURE_2D, gl::TEXTURE_MAX_ANISOTROPY, anisotropy);
+        gl::GetError();  // anisotropy is optional: a driver without it just ignores the wish
+    } else {
+        gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_MIN_FILTER, static_cast<GLint>(gl::LINEAR));
+    }
+    gl::BindTexture(gl::TEXTURE_2D, 0);
+    return t;
+}
+
+GLuint UploadAlphaTexture(const unsigned char* alpha, int width, int height, bool core) {
+    GLuint t = 0;
+    gl::GenTextures(1, &t);
+    gl::BindTexture(gl::TEXTURE_2D, t);
+    gl::PixelStorei(gl::UNPACK_ALIGNMENT, 1);
+    GLenum format = core ? gl::RED : gl::ALPHA;
+    GLint internal = static_cast<GLint>(core ? gl::R8 : gl::ALPHA);
+    gl::TexImage2D(gl::TEXTURE_2D, 0, internal, width, height, 0, format, gl::UNSIGNED_BYTE, alpha);
+    gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_MIN_FILTER, static_cast<GLint>(gl::LINEAR));
+    gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_MAG_FILTER, static_cast<GLint>(gl::LINEAR));
+    gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_WRAP_S, static_cast<GLint>(gl::CLAMP_TO_EDGE));
+    gl::TexParameteri(gl::TEXTURE_2D, gl::TEXTURE_WRAP_T, static_cast<GLint>(gl::CLAMP_TO_EDGE));
+    gl::BindTexture(gl::TEXTURE_2D, 0);
+    return t;
+}

@@ -1,0 +1,24 @@
+// Shader programs and textures on the current OpenGL context, with the
+// compiler's own words in the event log when something fails.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "render/gl_api.h"
+
+// Compiles and links a program; attribute locations are bound before
+// linking. Returns 0 after logging "Vertex shader creation failed: %s",
+// "Pixel shader creation failed: %s" or "Shader program creation failed: %s".
+GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
+                    const std::vector<std::pair<GLuint, const char*>>& attributes = {});
+
+// Uploads an RGBA8 image (top row first) as a texture: mipmapped with the
+// given anisotropy when asked, else linear and clamped. Returns 0 on failure.
+GLuint UploadTexture(const unsigned char* rgba, int width, int height, bool mipmapped, float anisotropy,
+                     bool repeat = true);
+
+// Single-channel texture (font atlases): GL_ALPHA in compatibility contexts,
+// GL_RED in core ones (the shader reads the red channel then).
+GLuint UploadAlphaTexture(const unsigned char* alpha, int width, int height, bool core);

@@ -1,0 +1,31 @@
+#include "render/image.h"
+
+#include <cstring>
+
+#define STB_IMAGE_IMPLEMENTATION
+#define STB_IMAGE_STATIC
+#define STBI_FAILURE_USERMSG
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-function"
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+#endif
+#include <stb_image.h>
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
+bool LoadImageFile(const std::string& path, Image* out, std::string* why) {
+    *out = Image();
+    int w = 0, h = 0, n = 0;
+    unsigned char* data = stbi_load(path.c_str(), &w, &h, &n, 4);
+    if (!data) {
+        if (why) *why = stbi_failure_reason() ? stbi_failure_reason() : "unreadable";
+        return false;
+    }
+    out->width = w;
+    out->height = h;
+    out->rgba.assign(data, data + static_cast<size_t>(w) * h * 4);
+    stbi_image_free(data);
+    return true;
+}

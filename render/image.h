@@ -1,0 +1,16 @@
+// Images from files (JPEG, PNG, BMP, TGA, GIF, HDR), decoded to RGBA8.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct Image {
+    int width = 0;
+    int height = 0;
+    std::vector<unsigned char> rgba;  // top row first
+    bool empty() const { return rgba.empty(); }
+};
+
+// False (and an empty image) when the file cannot be read or decoded; *why
+// says which, for the log.
+bool LoadImageFile(const std::string& path, Image* out, std::string* why = nullptr);
