@@ -318,6 +318,10 @@ RunExtras ParseRunExtras(const char* commandLine) {
     RunExtras e;
     if (!commandLine) return e;
     e.headless = std::strstr(commandLine, "/headless") != nullptr;
+    if (const char* at = std::strstr(commandLine, "/animation_time=")) {
+        float t = 0.0f;
+        if (std::sscanf(at, "/animation_time=%f", &t) == 1 && t >= 0.0f && t < 1e6f) e.animationTime = t;
+    }
     if (const char* at = std::strstr(commandLine, "/screenshot=")) {
         at += std::strlen("/screenshot=");
         // A quoted path may hold spaces; otherwise the path ends at the next one.
@@ -372,6 +376,8 @@ std::string UsageText() {
            "  /headless                     draw offscreen, without a window (automatic on Linux\n"
            "                                without a display); Ctrl+C or SIGTERM ends the run\n"
            "  /screenshot=PATH              save the run's last frame as a PNG image\n"
+           "  /animation_time=SECONDS       hold the scene's animation at that time (same picture\n"
+           "                                on every API and card)\n"
            "  /print_settings               print the resulting settings and exit\n"
            "  /? /help                      this text\n"
            "\n"

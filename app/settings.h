@@ -123,6 +123,9 @@ std::string UsageText();
 struct RunExtras {
     bool headless = false;       // /headless: no window, offscreen drawing
     std::string screenshotPath;  // /screenshot=PATH: the last frame as PNG
+    // /animation_time=SECONDS: the scene's animation held at that time, so
+    // pictures of different APIs or cards show the same frame. Negative: off.
+    float animationTime = -1.0f;
 };
 extern RunExtras gRunExtras;
 RunExtras ParseRunExtras(const char* commandLine);

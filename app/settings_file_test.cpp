@@ -12,7 +12,11 @@
 
 namespace {
 
-std::string TempPath(const char* name) { return std::string("settings_file_test_") + name + ".xml"; }
+// Tests run as separate processes side by side: each gets files of its own.
+std::string TempPath(const char* name) {
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    return std::string("settings_file_test_") + (test ? test->name() : "none") + "_" + name + ".xml";
+}
 
 void WriteRaw(const std::string& path, const std::string& bytes) {
     std::ofstream f(path, std::ios::binary | std::ios::trunc);

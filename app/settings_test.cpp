@@ -167,6 +167,14 @@ TEST(Settings, LinuxStyleArguments) {
     StartupOptionsRecord o = Parsed(JoinArguments(5, argv).c_str());
     EXPECT_EQ(o.width, 800);
     EXPECT_TRUE(o.log_score);
+    RunExtras e = ParseRunExtras("/headless /screenshot=\"my shots/a.png\" /animation_time=1.5");
+    EXPECT_TRUE(e.headless);
+    EXPECT_EQ(e.screenshotPath, "my shots/a.png");
+    EXPECT_FLOAT_EQ(e.animationTime, 1.5f);
+    e = ParseRunExtras("/screenshot=out.png /animation_time=-3 /width=8");
+    EXPECT_FALSE(e.headless);
+    EXPECT_EQ(e.screenshotPath, "out.png");
+    EXPECT_LT(e.animationTime, 0.0f);
     EXPECT_TRUE(WantsUsage("/?"));
     EXPECT_TRUE(WantsUsage("--help"));
     EXPECT_FALSE(WantsUsage("/width=800"));

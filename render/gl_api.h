@@ -138,6 +138,7 @@ constexpr GLenum BACK = 0x0405, FRONT = 0x0404, COLOR_ATTACHMENT0_READ = 0x8CE0;
     X(GetUniformLocation, GLint, (GLuint p, const GLchar* name))                                               \
     X(Uniform1i, void, (GLint loc, GLint v))                                                                   \
     X(Uniform1f, void, (GLint loc, GLfloat v))                                                                 \
+    X(Uniform3f, void, (GLint loc, GLfloat a, GLfloat b, GLfloat c))                                           \
     X(Uniform4f, void, (GLint loc, GLfloat a, GLfloat b, GLfloat c, GLfloat d))                                \
     X(UniformMatrix4fv, void, (GLint loc, GLsizei n, GLboolean t, const GLfloat* v))                           \
     X(GenBuffers, void, (GLsizei n, GLuint* b))                                                                \

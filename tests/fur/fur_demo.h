@@ -1,0 +1,40 @@
+// The API-independent half of a fur test object: parameters, dot textures,
+// camera, images and meshes, set up before a back-end makes its device, and
+// the per-frame values every back-end draws with.
+#pragma once
+
+#include <string>
+
+#include "render/image.h"
+#include "tests/fur/fur_scene.h"
+#include "tests/fur/lm4d_demo.h"
+
+class FurDemoBase : public cLm4DDemo {
+public:
+    // The scene: parameters, dot set (once per process), camera, default
+    // images and logos (each failure logged and skipped), meshes. False only
+    // when the object has no mesh.
+    bool InitScene(int width, int height);
+
+    // Per frame: sway time and the model matrix.
+    void Advance(float frameSeconds);
+    m3d::Mat4 ModelMatrix() const { return FurModelMatrix(scene_.furryObject, elapsed_); }
+
+    // Takes the pending custom images (from the settings), each at most
+    // once: size-checked, with the messages logged. A picture that passes is
+    // returned for upload.
+    bool TakeCustomImage(CustomImageKind kind, Image* out);
+
+    // The data folder, with its trailing separator.
+    static std::string DataFolder();
+
+protected:
+    FurScene scene_;
+    float elapsed_ = 0.0f;
+    Image background_;
+    Image furColor_;
+    Image makerLogo_;
+    Image productLogo_;
+    Image apiLogo_;
+    Image gpuLogo_;
+};
