@@ -6,6 +6,7 @@
 #include "app/settings.h"
 #include "app/settings_file.h"
 #include "app/shell.h"
+#include "monitor/monitor_shell.h"
 #include "platform/platform.h"
 #include "runner/catalogue.h"
 #include "runner/run3d.h"
@@ -55,6 +56,10 @@ void FreeADataLibrary(ADataLibrary* lib) {
 
 namespace {
 
+// How often the monitor thread reads the sensors, and so how often the
+// temperature history and log take a sample.
+constexpr unsigned kMonitorPeriodMs = 1000;
+
 void LogDisplayModes() {
     // The enumeration repeats the last mode read for the first index that
     // fails; scripts that parse the log expect that closing line.
@@ -70,10 +75,10 @@ void LogDisplayModes() {
 void WriteScoresRow() {
     ScoreRow row;
     row.testName = current_test_name;
-    row.renderer = RunFacts.renderer;
-    row.driver = RunFacts.driver;
-    row.gpuClockMhz = RunFacts.gpuClockMhz;
-    row.memoryClockMhz = RunFacts.memoryClockMhz;
+    row.renderer = monitor::RendererText();
+    row.driver = monitor::DriverText();
+    row.gpuClockMhz = monitor::ScoreGpuClockMHz();
+    row.memoryClockMhz = monitor::ScoreMemoryClockMHz();
     row.msaaSamples = RunFacts.msaaSamples;
     row.width = RunFacts.clientWidth;
     row.height = RunFacts.clientHeight;
@@ -92,16 +97,31 @@ void WriteScoresRow() {
 
 void ShutDown() {
     if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
+    // The mesh library and the monitor's graphics context outlive any frame
+    // still being drawn by a render thread the kill sequence gave up on.
+    if (!WaitForRenderThreadEnd(30000)) gEventLog.Write("Render thread still busy at exit.");
     FreeADataLibrary(&gShell.adata);
+    monitor::StopMonitorThread();
+    monitor::FreeSensorArray();
+    monitor::MonitorShutdown();
     if (RunParameters.run_mode == 1 && StartupOptions.log_score) WriteScoresRow();
     gEventLog.Write("Exit from %s.", kProductTitle);
 }
 
 void StartDirectly() {
     const int test = StartupOptions.test3d;
-    if (StartsThrough3DWindow(test)) {
+    // Test 0 (the fur test of the chosen API and object) is what the
+    // launcher starts; until this build has a launcher, a direct start of 0
+    // stands in for it, so every furry object can be run from a script.
+    if (StartsThrough3DWindow(test) || test == 0) {
         Run3DServices services;
         services.createDemo = CreateFurDemo;
+        services.firstGpuTemperature = [](double* celsius) {
+            if (!monitor::GpuTemperatureSourcePresent()) return false;
+            *celsius = monitor::FirstGpuTemperature();
+            return true;
+        };
+        services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
         // Without a display there is nothing to open a window on.
         DisplayKind kind = (gRunExtras.headless || !platform::HasDisplay()) ? DisplayKind::Headless : DisplayKind::Window;
         if (!Start3DRun(kind, services)) return;
@@ -183,12 +203,25 @@ int ArdentiumMain(const char* commandLine) {
         return 0;
     }
 
+    // The hardware monitor: the GPU inventory and the vendor interfaces.
+    if (!monitor::MonitorStartup(0, 0, 32, 32, 0, 0, 0)) {
+        ErrorBox("Could not initialize ProbeGPU. %s startup failed. Bye!", kProductTitle);
+        return 0;
+    }
+    if (!monitor::GraphicsDriversFound()) {
+        monitor::MonitorShutdown();
+        ErrorBox("Graphics drivers detection failed. Bye!");
+        return 0;
+    }
+
     bool missingEntry = false;
     if (!LoadADataLibrary(gShell.programFolder + platform::LibFileName(kAdataLibraryBase), &gShell.adata, &missingEntry)) {
         ErrorBox(missingEntry ? "FATAL ERROR: unable to load adata pointers." : "FATAL ERROR: unable to load adata library.");
         return 0;
     }
 
+    monitor::WriteStartupReport();
+    monitor::StartMonitorThread(kMonitorPeriodMs);
     LogDisplayModes();
 
     uint32_t physx = 0;

@@ -147,6 +147,13 @@ void Close3DRun() {
     platform::PostQuitToUi();
 }
 
+bool WaitForRenderThreadEnd(unsigned ms) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (!RunControl.render_thread_done && std::chrono::steady_clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return RunControl.render_thread_done;
+}
+
 void Run3DMessageLoop() {
     RunUiEvents events;
     platform::RunUiLoop(events);

@@ -31,6 +31,11 @@ bool Kill3DRun();
 // then the launcher again or the end of the program.
 void Close3DRun();
 
+// At exit: gives a render thread that outlived the kill sequence's wait
+// (a frame longer than a second) time to finish before the libraries it
+// draws with are shut down. True when no render thread is left.
+bool WaitForRenderThreadEnd(unsigned ms);
+
 // Runs the UI loop for the current run until the program should end.
 void Run3DMessageLoop();
 

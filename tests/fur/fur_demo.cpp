@@ -5,6 +5,10 @@
 #include "app/event_log.h"
 #include "app/settings.h"
 #include "app/shell.h"
+#include "monitor/monitor_shell.h"
+#include "platform/platform.h"
+#include "runner/run_facts.h"
+#include "runner/run_stats.h"
 #include "platform/compiler.h"
 #include "runner/catalogue.h"
 
@@ -80,4 +84,31 @@ bool FurDemoBase::TakeCustomImage(CustomImageKind kind, Image* out) {
     CustomImageCheck check = CheckCustomImageSize(kind, out->width, out->height);
     for (int i = 0; i < check.messageCount; ++i) gEventLog.Write("%s", check.messages[i]);
     return check.accepted();
+}
+
+void FurDemoBase::SampleTemperatures() {
+    const monitor::GpuSensorArray* sensors = monitor::SensorArray();
+    const unsigned period = monitor::MonitorPeriodMs();
+    if (!sensors || period == 0) return;
+    if (!history_.Sample(sensors, platform::TickCountMs(), RunStats.elapsed_ms, period)) return;
+    const int gpus = history_.gpuCount();
+    if (gpus > 0 && !history_.history(0).empty()) {
+        RunFacts.tempStart = history_.history(0).front().celsius;
+        RunFacts.tempEnd = history_.history(0).back().celsius;
+        RunFacts.tempMax = history_.highest();
+    }
+    if (!StartupOptions.log_temperature) return;
+    if (!temperatureLog_) {
+        std::string name = monitor::SensorGpuCount() > 0 ? sensors->Snapshot(0).name : std::string();
+        temperatureLog_ = std::make_unique<monitor::TemperatureLog>(name.c_str());
+    }
+    for (int i = 0; i < gpus; ++i) {
+        const monitor::TemperatureSample& last = history_.history(i).back();
+        temperatureLog_->WriteFurLine(i, last.celsius, last.seconds);
+    }
+}
+
+void FurDemoBase::CloseTemperatureLog() {
+    if (temperatureLog_) temperatureLog_->Close();
+    temperatureLog_.reset();
 }

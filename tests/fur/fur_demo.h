@@ -5,6 +5,9 @@
 
 #include <string>
 
+#include <memory>
+
+#include "monitor/temperature.h"
 #include "render/image.h"
 #include "tests/fur/fur_scene.h"
 #include "tests/fur/lm4d_demo.h"
@@ -28,6 +31,14 @@ public:
     // The data folder, with its trailing separator.
     static std::string DataFolder();
 
+    // Once per frame: samples the GPU temperatures when a monitor period has
+    // passed, writes them to the temperature log when it is on, and keeps
+    // the run's start, end and highest temperature for the scores file.
+    void SampleTemperatures();
+    // Closes the temperature log (its closing line).
+    void CloseTemperatureLog();
+    const monitor::TemperatureHistory& TemperatureHistory() const { return history_; }
+
 protected:
     FurScene scene_;
     float elapsed_ = 0.0f;
@@ -37,4 +48,6 @@ protected:
     Image productLogo_;
     Image apiLogo_;
     Image gpuLogo_;
+    monitor::TemperatureHistory history_;
+    std::unique_ptr<monitor::TemperatureLog> temperatureLog_;
 };

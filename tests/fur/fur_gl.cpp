@@ -11,6 +11,7 @@
 #include "runner/run_facts.h"
 #include "runner/run_stats.h"
 #include "tests/fur/fur_shaders.h"
+#include "monitor/monitor_shell.h"
 #include "tests/fur/gpu_readings.h"
 
 namespace {
@@ -253,6 +254,7 @@ bool cLm4DDemo_GL::CreatePostTarget() {
 }
 
 void cLm4DDemo_GL::Terminate() {
+    CloseTemperatureLog();
     if (!context_) return;
     ReleaseDotTextures();
     for (GLuint* p : {&bgProgram_, &skinProgram_, &furProgram_, &blurProgram_, &flatProgram_, &textProgram_, &texturedProgram_}) {
@@ -363,6 +365,7 @@ void cLm4DDemo_GL::ClearScreen() {
 
 void cLm4DDemo_GL::Frame(float frameSeconds) {
     Advance(frameSeconds);
+    SampleTemperatures();
     DrawFrame();
     Present();
 }
@@ -575,10 +578,59 @@ void cLm4DDemo_GL::DrawQuad(int x, int y, int w, int h, const Color4& color, uns
     DrawHudQuads({x0, y0, 0, 0, x1, y0, 0, 0, x1, y1, 0, 0, x0, y0, 0, 0, x1, y1, 0, 0, x0, y1, 0, 0});
 }
 
+void cLm4DDemo_GL::DrawLines(const std::vector<float>& xy, GLenum mode, const float* color) {
+    if (xy.size() < 4) return;
+    std::vector<float> v;
+    for (size_t i = 0; i + 1 < xy.size(); i += 2) v.insert(v.end(), {xy[i], xy[i + 1], 0.0f, 0.0f, 0.0f});
+    gl::UseProgram(flatProgram_);
+    gl::Uniform4f(Loc(flatProgram_, "color"), color[0], color[1], color[2], color[3]);
+    if (dialect_.useVao) gl::BindVertexArray(hudVao_);
+    gl::BindBuffer(gl::ARRAY_BUFFER, hudVbo_);
+    gl::BufferData(gl::ARRAY_BUFFER, static_cast<GLsizeiptr>(v.size() * sizeof(float)), v.data(), gl::STREAM_DRAW);
+    gl::EnableVertexAttribArray(kPosition);
+    gl::VertexAttribPointer(kPosition, 3, gl::FLOAT, 0, 5 * sizeof(float), reinterpret_cast<void*>(0));
+    gl::DrawArrays(mode, 0, static_cast<GLsizei>(v.size() / 5));
+    gl::BindBuffer(gl::ARRAY_BUFFER, 0);
+    if (dialect_.useVao) gl::BindVertexArray(0);
+}
+
+void cLm4DDemo_GL::DrawTemperatureGraphs(const HudFrame& hud) {
+    const monitor::TemperatureHistory& history = TemperatureHistory();
+    for (int gpu : hud.graphs) {
+        if (gpu >= history.gpuCount()) continue;
+        while (static_cast<int>(graphs_.size()) <= gpu) graphs_.emplace_back(kGraphPoints);
+        monitor::GraphGeometry g =
+            graphs_[static_cast<size_t>(gpu)].Compute(history.history(gpu), gpu, static_cast<float>(width_),
+                                                      static_cast<float>(height_),
+                                                      AtomicLoad(StartupOptions.gpu_temp_graph.shown),
+                                                      static_cast<float>(hud.graphOffsetPerGpu * gpu));
+        if (g.empty) continue;
+        // The graph's coordinates are centred on the view with y up.
+        const float cx = width_ * 0.5f, cy = height_ * 0.5f;
+        auto px = [&](float x) { return cx + x; };
+        auto py = [&](float y) { return cy - y; };
+        const float frameColor[4] = {g.color[0], g.color[1], g.color[2], 0.35f};
+        DrawLines({px(g.left), py(g.bottom), px(g.right), py(g.bottom), px(g.right), py(g.top), px(g.left), py(g.top)},
+                  gl::LINE_LOOP, frameColor);
+        if (g.drawLine) {
+            std::vector<float> line;
+            for (size_t k = 0; k < g.xs.size() && k < g.ys.size(); ++k) line.insert(line.end(), {px(g.xs[k]), py(g.ys[k])});
+            DrawLines(line, gl::LINE_STRIP, g.color);
+            DrawLines({px(g.left), py(g.minimumMarkY), px(g.right), py(g.minimumMarkY)}, gl::LINES, frameColor);
+        }
+        DrawText(static_cast<int>(g.labelX), height_ - static_cast<int>(g.labelY),
+                 Color4{g.labelColor[0], g.labelColor[1], g.labelColor[2], g.labelColor[3]}, g.label.c_str());
+    }
+}
+
 void cLm4DDemo_GL::DrawHud() {
     std::vector<GpuReading> gpus;
     const bool snapshot = CurrentGpuReadings(&gpus);
-    HudFrame hud = BuildHud(CurrentHudInput(*this, width_, height_, renderer_, snapshot, gpus));
+    const monitor::TemperatureHistory& history = TemperatureHistory();
+    for (size_t i = 0; i < gpus.size() && static_cast<int>(i) < history.gpuCount(); ++i)
+        gpus[i].hasHistory = !history.history(static_cast<int>(i)).empty() &&
+                             history.history(static_cast<int>(i)).front().celsius > 0.0f;
+    HudFrame hud = BuildHud(CurrentHudInput(*this, width_, height_, monitor::AdapterText(), snapshot, gpus));
     const bool multisampled = context_->Samples() > 1;
     BeginOverlay();
     for (const HudRect& r : hud.bars) DrawQuad(r.x, r.y, r.w, r.h, r.color);
@@ -594,6 +646,7 @@ void cLm4DDemo_GL::DrawHud() {
         }
         gl::BindTexture(gl::TEXTURE_2D, 0);
     }
+    DrawTemperatureGraphs(hud);
     for (const HudText& t : hud.labels) DrawText(t.x, t.y, t.color, t.text.c_str());
     smallText_ = true;
     for (const HudText& t : hud.gpuText) DrawText(t.x, t.y, t.color, t.text.c_str());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/gl_context.h"
+#include "monitor/temperature.h"
 #include "render/font.h"
 #include "render/gl_api.h"
 #include "tests/fur/fur_demo.h"
@@ -62,6 +63,8 @@ private:
     void DrawScene();
     void DrawLogos();
     void DrawHud();
+    void DrawTemperatureGraphs(const HudFrame& hud);
+    void DrawLines(const std::vector<float>& xy, GLenum mode, const float* color);
     void SetSurfaceUniforms(GLuint program, const m3d::Mat4& model);
     bool CreatePostTarget();
 
@@ -81,6 +84,9 @@ private:
     bool postActive_ = false;
     int lastBinds_ = 0;
     bool smallText_ = false;  // DrawText uses the small face for the panels
+    // One temperature graph per GPU, made on its first draw.
+    static constexpr int kGraphPoints = 300;
+    std::vector<monitor::TemperatureGraph> graphs_;
 };
 
 class cLm4DDemo_OpenGL_2 : public cLm4DDemo_GL {

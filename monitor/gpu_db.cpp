@@ -1,0 +1,51 @@
+#include "monitor/gpu_db.h"
+
+namespace ProbeGPU {
+
+const GpuDatabaseEntry* DatabaseTable(int vendorClass, int* rows) {
+    const GpuDatabaseEntry* t = nullptr;
+    int n = 0;
+    switch (vendorClass) {
+        case 1: t = gpudb::kNvidia; n = gpudb::kNvidiaRows; break;
+        case 2: t = gpudb::kAmd; n = gpudb::kAmdRows; break;
+        case 3: t = gpudb::kS3; n = gpudb::kS3Rows; break;
+        case 4: t = gpudb::kIntel; n = gpudb::kIntelRows; break;
+        default: break;
+    }
+    if (rows) *rows = n;
+    return t;
+}
+
+int DatabaseLookup(int vendorClass, int pciDeviceId) {
+    if (pciDeviceId <= 0) return -1;
+    int rows = 0;
+    const GpuDatabaseEntry* t = DatabaseTable(vendorClass, &rows);
+    if (!t) return -1;
+    for (int i = 0; i < rows && t[i].deviceId != 0; ++i) {
+        if (t[i].deviceId == static_cast<uint32_t>(pciDeviceId)) return i;
+    }
+    return -1;
+}
+
+const GpuDatabaseEntry* DatabaseRow(int vendorClass, int index) {
+    int rows = 0;
+    const GpuDatabaseEntry* t = DatabaseTable(vendorClass, &rows);
+    if (!t || index < 0 || index >= rows) return nullptr;
+    return &t[index];
+}
+
+const BoardModel* MakerBoardModels(int* count) {
+    if (count) *count = gpudb::kMakerBoardCount;
+    return gpudb::kMakerBoards;
+}
+
+const char* MakerBoardModelName(int subsystemVendorId, int subsystemDeviceId) {
+    if (subsystemVendorId != kMakerPciVendorId || subsystemDeviceId < 0) return nullptr;
+    for (int i = 0; i < gpudb::kMakerBoardCount; ++i) {
+        if (gpudb::kMakerBoards[i].subsystemDeviceId == static_cast<uint32_t>(subsystemDeviceId))
+            return gpudb::kMakerBoards[i].modelName;
+    }
+    return nullptr;
+}
+
+}  // namespace ProbeGPU

@@ -1,0 +1,64 @@
+// The built-in GPU database: one constant table per vendor class 1-4
+// (NVIDIA, AMD, S3, Intel). The rows are generated at build time from the
+// CSV files in data/gpudb/ by monitor/gen_gpudb.py.
+#pragma once
+
+#include <cstdint>
+
+namespace ProbeGPU {
+
+struct GpuDatabaseEntry {
+    uint32_t deviceId;       // 0xFFFFFFFF: a row that is never matched; 0 ends a table
+    uint32_t subId;          // always 0
+    const char* codeName;    // "GM204"
+    const char* shortName;   // "GTX 980", may be empty
+    const char* fullName;    // "NVIDIA GeForce GTX 980"
+    int32_t d3dLevel;        // Direct3D feature level x 10 (110 = 11_0)
+    int32_t unifiedShaders;  // 0 for parts before unified shaders
+    int32_t vertexUnits;     // parts before unified shaders
+    int32_t pixelUnits;      // parts before unified shaders
+    int32_t textureUnits;    // -1 unknown
+    int32_t ropUnits;        // -1 unknown
+    int32_t boardPowerW;     // 0 unknown
+};
+
+constexpr uint32_t kNeverMatchedId = 0xFFFFFFFFu;
+
+// The table of a vendor class (1-4) and its row count (without the closing
+// row); nullptr and 0 for other classes.
+const GpuDatabaseEntry* DatabaseTable(int vendorClass, int* rows);
+
+// First row of the vendor class's table whose device ID equals pciDeviceId:
+// its index, or -1.
+int DatabaseLookup(int vendorClass, int pciDeviceId);
+
+// The row at an index returned by DatabaseLookup; nullptr for -1 or out of range.
+const GpuDatabaseEntry* DatabaseRow(int vendorClass, int index);
+
+// The maker's own board models, found by the PCI subsystem device ID of
+// boards whose subsystem vendor is the maker's.
+constexpr int kMakerPciVendorId = 0x1F96;
+struct BoardModel {
+    uint32_t subsystemDeviceId;
+    const char* modelName;
+};
+const BoardModel* MakerBoardModels(int* count);
+// The model name, or nullptr when the subsystem vendor is not the maker's or
+// the board is not in the list.
+const char* MakerBoardModelName(int subsystemVendorId, int subsystemDeviceId);
+
+// Generated tables (gpu_db_tables.cpp).
+namespace gpudb {
+extern const GpuDatabaseEntry kNvidia[];
+extern const int kNvidiaRows;
+extern const GpuDatabaseEntry kAmd[];
+extern const int kAmdRows;
+extern const GpuDatabaseEntry kS3[];
+extern const int kS3Rows;
+extern const GpuDatabaseEntry kIntel[];
+extern const int kIntelRows;
+extern const BoardModel kMakerBoards[];
+extern const int kMakerBoardCount;
+}  // namespace gpudb
+
+}  // namespace ProbeGPU

@@ -1,0 +1,171 @@
+#include "monitor/gpu_db.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "monitor/probe_gpu.h"
+
+namespace ProbeGPU {
+namespace {
+
+const GpuDatabaseEntry* Find(int vendorClass, int device) { return DatabaseRow(vendorClass, DatabaseLookup(vendorClass, device)); }
+
+bool HasFullName(int vendorClass, const char* name) {
+    int rows = 0;
+    const GpuDatabaseEntry* t = DatabaseTable(vendorClass, &rows);
+    for (int i = 0; i < rows; ++i)
+        if (std::strcmp(t[i].fullName, name) == 0) return true;
+    return false;
+}
+
+TEST(GpuDatabase, Gtx980RowMatchesTheLayoutExample) {
+    const GpuDatabaseEntry* r = Find(1, 0x13C0);
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->deviceId, 0x13C0u);
+    EXPECT_EQ(r->subId, 0u);
+    EXPECT_STREQ(r->codeName, "GM204");
+    EXPECT_STREQ(r->shortName, "GTX 980");
+    EXPECT_STREQ(r->fullName, "NVIDIA GeForce GTX 980");
+    EXPECT_EQ(r->d3dLevel, 110);
+    EXPECT_EQ(r->unifiedShaders, 2048);
+    EXPECT_EQ(r->vertexUnits, 0);
+    EXPECT_EQ(r->pixelUnits, 0);
+    EXPECT_EQ(r->textureUnits, 128);
+    EXPECT_EQ(r->ropUnits, 64);
+    EXPECT_EQ(r->boardPowerW, 165);
+}
+
+TEST(GpuDatabase, LookupIsPerVendorAndMissesGiveMinusOne) {
+    EXPECT_GE(DatabaseLookup(1, 0x13C0), 0);
+    EXPECT_EQ(DatabaseLookup(2, 0x13C0), -1);  // an NVIDIA ID in the AMD table
+    EXPECT_EQ(DatabaseLookup(1, 0x0001), -1);
+    EXPECT_EQ(DatabaseLookup(0, 0x13C0), -1);
+    EXPECT_EQ(DatabaseLookup(5, 0x13C0), -1);
+    EXPECT_EQ(DatabaseLookup(1, -1), -1);
+    EXPECT_EQ(DatabaseLookup(1, 0), -1);  // 0 ends a table; it is never a match
+    EXPECT_EQ(DatabaseRow(1, -1), nullptr);
+    EXPECT_EQ(DatabaseRow(1, 1 << 20), nullptr);
+}
+
+TEST(GpuDatabase, NeverMatchedRowsAreNotFound) {
+    // The R9 280X shares 0x6798 with the HD 7970; its own row documents it
+    // and is never matched, even by the marker ID itself.
+    EXPECT_TRUE(HasFullName(2, "AMD Radeon R9 280X"));
+    EXPECT_EQ(DatabaseLookup(2, static_cast<int>(kNeverMatchedId)), -1);
+    const GpuDatabaseEntry* shared = Find(2, 0x6798);
+    ASSERT_NE(shared, nullptr);
+    EXPECT_STREQ(shared->codeName, "Tahiti");
+}
+
+TEST(GpuDatabase, TablesAreClosedAndWellFormed) {
+    for (int cls = 1; cls <= 4; ++cls) {
+        int rows = 0;
+        const GpuDatabaseEntry* t = DatabaseTable(cls, &rows);
+        ASSERT_NE(t, nullptr) << cls;
+        EXPECT_GT(rows, 10) << cls;
+        EXPECT_EQ(t[rows].deviceId, 0u) << cls;
+        std::set<uint32_t> ids;
+        for (int i = 0; i < rows; ++i) {
+            EXPECT_NE(t[i].deviceId, 0u);
+            EXPECT_EQ(t[i].subId, 0u);
+            EXPECT_GT(std::strlen(t[i].fullName), 0u);
+            EXPECT_GT(std::strlen(t[i].codeName), 0u);
+            EXPECT_GE(t[i].textureUnits, -1);
+            EXPECT_GE(t[i].ropUnits, -1);
+            EXPECT_GE(t[i].boardPowerW, 0);
+            if (t[i].unifiedShaders > 0) {
+                EXPECT_EQ(t[i].vertexUnits, 0) << t[i].fullName;
+                EXPECT_EQ(t[i].pixelUnits, 0) << t[i].fullName;
+            }
+            if (t[i].deviceId != kNeverMatchedId) {
+                EXPECT_TRUE(ids.insert(t[i].deviceId).second) << t[i].fullName;
+            }
+        }
+    }
+    int rows = 0;
+    EXPECT_EQ(DatabaseTable(0, &rows), nullptr);
+    EXPECT_EQ(rows, 0);
+    EXPECT_EQ(DatabaseTable(5, &rows), nullptr);
+}
+
+TEST(GpuDatabase, CoversThePartsTheProgramNames) {
+    for (const char* n : {"AMD Radeon R9 390X", "AMD Radeon R9 390", "AMD Radeon R9 290X", "AMD Radeon R9 290",
+                          "AMD Radeon R9 280X", "AMD Radeon HD 7970", "ATI Radeon HD 6350", "ATI Radeon 7500"})
+        EXPECT_TRUE(HasFullName(2, n)) << n;
+    EXPECT_TRUE(HasFullName(1, "NVIDIA GeForce 7800 GTX"));
+    EXPECT_TRUE(HasFullName(1, "NVIDIA GeForce GTX 980"));
+}
+
+TEST(GpuDatabase, CoversTodaysBoards) {
+    struct Want {
+        int cls;
+        int device;
+        const char* name;
+    };
+    const Want wants[] = {
+        {1, 0x1E04, "NVIDIA GeForce RTX 2080 Ti"}, {1, 0x2204, "NVIDIA GeForce RTX 3090"},
+        {1, 0x2684, "NVIDIA GeForce RTX 4090"},    {1, 0x2B85, "NVIDIA GeForce RTX 5090"},
+        {1, 0x20B0, "NVIDIA A100-SXM4-40GB"},      {1, 0x2330, "NVIDIA H100 80GB HBM3"},
+        {1, 0x2335, "NVIDIA H200"},                {1, 0x2901, "NVIDIA B200"},
+        {2, 0x731F, "AMD Radeon RX 5600 XT/5700/5700 XT"}, {2, 0x73BF, "AMD Radeon RX 6800/6800 XT/6900 XT"},
+        {2, 0x744C, "AMD Radeon RX 7900 GRE/7900 XT/7900 XTX"}, {2, 0x7550, "AMD Radeon RX 9070/9070 XT"},
+        {2, 0x740F, "AMD Instinct MI210"},         {2, 0x74A1, "AMD Instinct MI300X"},
+        {4, 0x56A0, "Intel Arc A770 Graphics"},    {4, 0xE20B, "Intel Arc B580 Graphics"},
+        {3, 0x8A22, "S3 Savage4"},
+    };
+    for (const Want& w : wants) {
+        const GpuDatabaseEntry* r = Find(w.cls, w.device);
+        ASSERT_NE(r, nullptr) << w.name;
+        EXPECT_STREQ(r->fullName, w.name);
+    }
+    const GpuDatabaseEntry* h100 = Find(1, 0x2330);
+    EXPECT_EQ(h100->unifiedShaders, 16896);
+    EXPECT_EQ(h100->ropUnits, -1);  // not published: unknown
+    EXPECT_EQ(h100->boardPowerW, 700);
+}
+
+TEST(GpuDatabase, PreUnifiedPartsCountVertexAndPixelUnits) {
+    const GpuDatabaseEntry* r = Find(1, 0x0091);
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->unifiedShaders, 0);
+    EXPECT_EQ(r->vertexUnits, 8);
+    EXPECT_EQ(r->pixelUnits, 24);
+    EXPECT_EQ(r->d3dLevel, 93);
+}
+
+TEST(MakerBoards, TwentyOneModelsFoundByTheMakersSubsystemVendor) {
+    int count = 0;
+    const BoardModel* models = MakerBoardModels(&count);
+    EXPECT_EQ(count, 21);
+    ASSERT_NE(models, nullptr);
+    EXPECT_STREQ(MakerBoardModelName(kMakerPciVendorId, static_cast<int>(models[0].subsystemDeviceId)), models[0].modelName);
+    EXPECT_STREQ(MakerBoardModelName(kMakerPciVendorId, 0x0104), "VXA Ardent 980 Triple");
+    EXPECT_EQ(MakerBoardModelName(0x1462, 0x0104), nullptr);  // someone else's board
+    EXPECT_EQ(MakerBoardModelName(kMakerPciVendorId, 0x7777), nullptr);
+    EXPECT_EQ(MakerBoardModelName(kMakerPciVendorId, -1), nullptr);
+}
+
+TEST(ShaderCores, VendorCountsBeforeTheDatabase) {
+    EXPECT_EQ(ShaderCoreCount(1, 0x13C0, 2048, 0, 1), 2048);
+    EXPECT_EQ(ShaderCoreCount(1, 0x13C0, 0, 0, 2000), 2000);
+    // AMD: 64 per unit for 0x6700-0x671D (VLIW4), 80 otherwise.
+    EXPECT_EQ(ShaderCoreCount(2, 0x6718, 0, 24, 1), 24 * 64);
+    EXPECT_EQ(ShaderCoreCount(2, 0x671D, 0, 24, 1), 24 * 64);
+    EXPECT_EQ(ShaderCoreCount(2, 0x671E, 0, 20, 1), 20 * 80);
+    EXPECT_EQ(ShaderCoreCount(2, 0x6898, 0, 20, 1), 20 * 80);
+    EXPECT_EQ(ShaderCoreCount(2, 0x6898, 0, 0, 1600), 1600);
+    EXPECT_EQ(ShaderCoreCount(4, 0x56A0, 999, 999, 4096), 4096);  // nobody else's counts apply
+}
+
+TEST(Name6798, TheAdapterDescriptionDecides) {
+    EXPECT_STREQ(Name6798("AMD Radeon HD 7900 Series"), "AMD Radeon HD 7970");
+    EXPECT_STREQ(Name6798("AMD Radeon R9 200 Series"), "AMD Radeon R9 280X");
+    EXPECT_STREQ(Name6798(""), "AMD Radeon R9 280X");
+    EXPECT_STREQ(Name6798(nullptr), "AMD Radeon R9 280X");
+}
+
+}  // namespace
+}  // namespace ProbeGPU

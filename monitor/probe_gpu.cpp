@@ -1,0 +1,890 @@
+#include "monitor/probe_gpu.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <sys/utsname.h>
+#endif
+
+#include "monitor/gpu_db.h"
+#include "monitor/probe_log.h"
+#include "platform/platform.h"
+
+namespace ProbeGPU {
+
+Globals gGlobals;
+
+namespace {
+
+std::atomic<Root*> gRoot{nullptr};
+ContextFactory gContextFactory = nullptr;
+DisplayEnumerator gDisplayEnumerator = nullptr;
+
+// Which source each adapter row came from (Linux): its DRM device, its
+// NVML device, its sysfs sensor device; -1 for none.
+struct RowSource {
+    int drm = -1;
+    int nvml = -1;
+    int sysfs = -1;
+};
+std::vector<RowSource> gRowSources;
+int gDisplayRow = -1;
+
+// Windows driver facts of the chosen adapter, read from its registry key.
+struct RegistryDriverFacts {
+    std::string driverVersion, driverDate, catalystVersion, packagingVersion;
+    uint32_t memorySize = 0;
+};
+RegistryDriverFacts gRegistryDriver;
+
+bool ContainsSlash(const char* s) { return s && std::strchr(s, '/') != nullptr; }
+
+#if defined(_WIN32)
+bool EnumWindowsDisplayDevice(int i, DisplayDeviceRecord* out) {
+    DISPLAY_DEVICEA dd;
+    std::memset(&dd, 0, sizeof dd);
+    dd.cb = sizeof dd;
+    if (!EnumDisplayDevicesA(nullptr, static_cast<DWORD>(i), &dd, 0)) return false;
+    out->name = dd.DeviceName;
+    out->string = dd.DeviceString;
+    out->id = dd.DeviceID;
+    out->key = dd.DeviceKey;
+    return true;
+}
+
+// "\Registry\Machine\System\..." -> "System\..." under HKEY_LOCAL_MACHINE.
+std::string MachineRelativeKey(const std::string& key) {
+    static const char kPrefix[] = "\\registry\\machine\\";
+    const size_t n = sizeof kPrefix - 1;
+    if (key.size() > n) {
+        std::string head = key.substr(0, n);
+        std::transform(head.begin(), head.end(), head.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        if (head == kPrefix) return key.substr(n);
+    }
+    return key;
+}
+#endif
+
+#if !defined(_WIN32)
+// The renderer text without the driver's decorations: "NVIDIA GeForce RTX
+// 4090/PCIe/SSE2" and Mesa's "AMD Radeon RX 6800 XT (navi21, LLVM ...)".
+std::string CleanRenderer(const std::string& r) {
+    size_t cut = r.size();
+    for (const char* tail : {"/PCIe", "/PCI", "/AGP", "/SSE", " ("}) {
+        size_t p = r.find(tail);
+        if (p != std::string::npos && p > 0 && p < cut) cut = p;
+    }
+    return r.substr(0, cut);
+}
+#endif
+
+void CopyText(char* dst, size_t size, const std::string& s) { CopyFixed(dst, size, s.c_str()); }
+
+}  // namespace
+
+// ------------------------------------------------------------ rules
+
+int ShaderCoreCount(int vendorClass, int pciDevice, int nvidiaCores, int amdUnits, int databaseUnified) {
+    if (vendorClass == kVendorNvidia && nvidiaCores > 0) return nvidiaCores;
+    if (vendorClass == kVendorAmd && amdUnits > 0) return amdUnits * ((pciDevice >= 0x6700 && pciDevice <= 0x671D) ? 64 : 80);
+    return databaseUnified;
+}
+
+const char* Name6798(const char* adapterDescription) {
+    return (adapterDescription && std::strstr(adapterDescription, "Radeon HD 7900")) ? "AMD Radeon HD 7970" : "AMD Radeon R9 280X";
+}
+
+std::string DriverDescription(const DriverFacts& f) {
+    char buf[1024];
+    buf[0] = '\0';
+    if (f.vendorClass == kVendorNvidia && !f.nvidiaVersion.empty()) {
+        if (!f.glVersion.empty())
+            std::snprintf(buf, sizeof buf, "Forceware %s (%s) - GL:%s", f.nvidiaVersion.c_str(), f.nvidiaBranch.c_str(),
+                          f.glVersion.c_str());
+        else
+            std::snprintf(buf, sizeof buf, "Forceware %s (%s)", f.nvidiaVersion.c_str(), f.nvidiaBranch.c_str());
+    } else if (f.vendorClass == kVendorAmd && !f.amdCatalyst.empty()) {
+        if (!f.amdAdapterName.empty() && !f.amdDriverVersion.empty())
+            std::snprintf(buf, sizeof buf, "%s - Catalyst %s (%s)", f.amdAdapterName.c_str(), f.amdCatalyst.c_str(),
+                          f.amdDriverVersion.c_str());
+        else
+            std::snprintf(buf, sizeof buf, "Catalyst %s", f.amdCatalyst.c_str());
+    }
+    if (buf[0]) return buf;
+    if (f.genericVersion.empty()) return "unknown";
+    if (!f.genericBranch.empty() && !f.glVersion.empty())
+        std::snprintf(buf, sizeof buf, "%s (%s) - GL:%s", f.genericVersion.c_str(), f.genericBranch.c_str(), f.glVersion.c_str());
+    else if (!f.genericBranch.empty())
+        std::snprintf(buf, sizeof buf, "%s (%s)", f.genericVersion.c_str(), f.genericBranch.c_str());
+    else
+        std::snprintf(buf, sizeof buf, "%s", f.genericVersion.c_str());
+    return buf;
+}
+
+std::string GlVersionText(const std::string& glVersion) {
+    if (glVersion.empty()) return "n.a.";
+    size_t p = glVersion.find("Version");
+    if (p == std::string::npos) return glVersion;
+    std::string rest = glVersion.substr(p + 7);
+    size_t s = rest.find_first_not_of(" :");
+    return s == std::string::npos ? std::string("n.a.") : rest.substr(s);
+}
+
+bool IsPhysXOnGpuValue(const std::string& hwSelection) {
+    // Four bytes compared, the terminator included: "GPU " and "gpu" do not count.
+    return hwSelection.size() == 3 && std::memcmp(hwSelection.c_str(), "GPU", 4) == 0;
+}
+
+int PciVendorOfGlVendor(const std::string& v) {
+    if (v.find("NVIDIA") != std::string::npos) return kPciVendorNvidia;
+    if (v.find("ATI Technologies") != std::string::npos || v == "AMD" || v.find("Advanced Micro Devices") != std::string::npos)
+        return kPciVendorAmd;
+    if (v.find("Intel") != std::string::npos) return kPciVendorIntel;
+    return -1;
+}
+
+// ------------------------------------------------------------ HardwareCaps
+
+void HardwareCaps::ChooseDisplayDevice(const DisplayDeviceRecord& d) {
+    CopyText(m_display_device_id_string, sizeof m_display_device_id_string, d.id);
+    CopyText(m_display_device_name, sizeof m_display_device_name, d.name);
+    CopyText(m_display_device_string, sizeof m_display_device_string, d.string);
+    displayDeviceKey = d.key;
+    gProbeLog.Write("HardwareCaps::_readDisplayDeviceData - m_display_device_id_string: %s", m_display_device_id_string);
+    gProbeLog.Write("HardwareCaps::_readDisplayDeviceData - m_display_device_name: %s", m_display_device_name);
+    gProbeLog.Write("HardwareCaps::_readDisplayDeviceData - m_display_device_string: %s", m_display_device_string);
+    displayDeviceFound = m_display_device_string[0] != '\0';
+    ids = PciIdFields();
+    if (displayDeviceFound) ids = ParsePnpIdString(m_display_device_id_string);
+    vendorClass = VendorClassOf(ids.vendor);
+}
+
+void HardwareCaps::_readDisplayDeviceData() {
+    if (displayDeviceFound) return;
+    m_display_device_name[0] = m_display_device_string[0] = m_display_device_id_string[0] = '\0';
+    ids = PciIdFields();
+    adapters.Clear();
+    gRowSources.clear();
+    gDisplayRow = -1;
+#if defined(_WIN32)
+    EnumerateDisplayDevices(gDisplayEnumerator ? gDisplayEnumerator : &EnumWindowsDisplayDevice, &adapters);
+    if (adapters.count() > 0) {
+        const DisplayAdapterEntry& e = adapters.row(0);
+        gDisplayRow = 0;
+        ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
+    }
+#else
+    drmDevices = sysfs::EnumerateDrmDevices(sysfs::Root());
+    // The display device is a GPU of a maker with sensors (the boot VGA
+    // device first), not the management controller's frame buffer of a
+    // server; failing that, the first device.
+    auto known = [](const sysfs::DrmDevice& d) {
+        return d.vendor == kPciVendorNvidia || d.vendor == kPciVendorAmd || d.vendor == kPciVendorIntel;
+    };
+    auto bootVga = [](const sysfs::DrmDevice& d) {
+        int64_t v = 0;
+        return sysfs::ReadDecimal(d.deviceDir + "/boot_vga", &v) && v == 1;
+    };
+    size_t chosen = 0;
+    bool haveChoice = false;
+    for (int pass = 0; pass < 2 && !haveChoice; ++pass)
+        for (size_t i = 0; i < drmDevices.size() && !haveChoice; ++i)
+            if (known(drmDevices[i]) && (pass == 1 || bootVga(drmDevices[i]))) {
+                chosen = i;
+                haveChoice = true;
+            }
+    if (haveChoice && chosen != 0) std::rotate(drmDevices.begin(), drmDevices.begin() + static_cast<long>(chosen),
+                                               drmDevices.begin() + static_cast<long>(chosen) + 1);
+    for (size_t i = 0; i < drmDevices.size() && adapters.count() < AdapterTable::kMaxRows; ++i) {
+        const sysfs::DrmDevice& d = drmDevices[i];
+        int cls = VendorClassOf(static_cast<int>(d.vendor));
+        const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(d.device)));
+        char generic[64];
+        std::snprintf(generic, sizeof generic, "PCI display device %04X:%04X", d.vendor, d.device);
+        DisplayDeviceRecord rec{"card" + std::to_string(d.card), row ? row->fullName : generic, d.pnpId(), d.deviceDir};
+        // One row per device: identical boards are separate GPUs here.
+        size_t before = static_cast<size_t>(adapters.count());
+        adapters.Append(rec);
+        if (static_cast<size_t>(adapters.count()) > before) {
+            RowSource src;
+            src.drm = static_cast<int>(i);
+            gRowSources.push_back(src);
+        }
+    }
+    if (adapters.count() > 0) {
+        const DisplayAdapterEntry& e = adapters.row(0);
+        gDisplayRow = 0;
+        int cls = VendorClassOf(static_cast<int>(drmDevices[0].vendor));
+        const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(drmDevices[0].device)));
+        descriptionFromDatabase = row && !ContainsSlash(row->fullName);
+        ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
+    }
+#endif
+}
+
+void HardwareCaps::_queryCPUInfo() {
+    cpu = QueryCpuInfo();
+    osName = OperatingSystemName();
+}
+
+void HardwareCaps::NVAPI_Init() { nvapi.Init(NvapiBackend::LibraryName(), NvapiBackend::kNvcplLibrary); }
+
+void HardwareCaps::ATI_Init() {
+    gProbeLog.Write("ATI_Init() START");
+    adl.Init(AdlBackend::LibraryNames());
+    gProbeLog.Write("AtiMultiGPUAdapters = %d", adl.count());
+    gProbeLog.Write("ATI_Init() END OK.");
+}
+
+void HardwareCaps::NVML_Init() {
+    if (!nvml.Init(NvmlBackend::LibraryName())) return;
+    for (int i = 0; i < nvml.count(); ++i) {
+        const NvmlBackend::Device& nd = nvml.device(i);
+        int row = -1;
+        for (size_t r = 0; r < gRowSources.size(); ++r) {
+            const RowSource& src = gRowSources[r];
+            if (src.drm < 0 || src.nvml >= 0) continue;
+            const sysfs::DrmDevice& d = drmDevices[static_cast<size_t>(src.drm)];
+            bool sameSlot = !nd.pciSlot.empty() && !d.pciSlot.empty() && nd.pciSlot == d.pciSlot;
+            bool sameIds = (nd.pciSlot.empty() || d.pciSlot.empty()) && d.vendor == nd.vendor && d.device == nd.device;
+            if (sameSlot || sameIds) {
+                row = static_cast<int>(r);
+                break;
+            }
+        }
+        if (row < 0) {
+            // A GPU the kernel shows no display device for (a compute board
+            // without the DRM driver): it still gets its row.
+            DisplayDeviceRecord rec{"nvml" + std::to_string(i), nd.name,
+                                    FormatPnpIdString(nd.vendor, nd.device, nd.subsystemVendor, nd.subsystemDevice, 0), ""};
+            int before = adapters.count();
+            adapters.Append(rec);
+            if (adapters.count() == before) continue;
+            gRowSources.push_back(RowSource());
+            row = adapters.count() - 1;
+        } else {
+            // NVML's own name beats a generic text.
+            int cls = VendorClassOf(static_cast<int>(nd.vendor));
+            const GpuDatabaseEntry* db = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(nd.device)));
+            if (!db && !nd.name.empty()) CopyFixed(adapters.mutableRow(row).deviceString, 128, nd.name.c_str());
+        }
+        gRowSources[static_cast<size_t>(row)].nvml = i;
+    }
+    if (!displayDeviceFound && adapters.count() > 0) {
+        const DisplayAdapterEntry& e = adapters.row(0);
+        gDisplayRow = 0;
+        ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
+    } else if (displayDeviceFound && gDisplayRow >= 0 && !descriptionFromDatabase) {
+        CopyFixed(m_display_device_string, sizeof m_display_device_string, adapters.row(gDisplayRow).deviceString);
+    }
+}
+
+void HardwareCaps::SYSFS_Init() {
+    std::vector<sysfs::DrmDevice> sensorDevices;
+    for (size_t r = 0; r < gRowSources.size(); ++r) {
+        RowSource& src = gRowSources[r];
+        if (src.drm < 0 || src.nvml >= 0) continue;
+        const sysfs::DrmDevice& d = drmDevices[static_cast<size_t>(src.drm)];
+        if (d.vendor != kPciVendorAmd && d.vendor != kPciVendorIntel) continue;
+        src.sysfs = static_cast<int>(sensorDevices.size());
+        sensorDevices.push_back(d);
+        gProbeLog.Write("SYSFS - GPU %d: %04X-%04X driver %s, hwmon %s", src.sysfs, d.vendor, d.device,
+                        d.driver.empty() ? "?" : d.driver.c_str(), d.hwmonDir.empty() ? "none" : d.hwmonDir.c_str());
+    }
+    sysfs.reset(new SysfsBackend(sensorDevices));
+}
+
+void HardwareCaps::init() {
+    gProbeLog.Write("HardwareCaps::init() - START");
+    _readDisplayDeviceData();
+    tuningVoltageScale = 1.1f;
+    tuningClockScale = 1.0f;
+    tuningPowerScale = 1.0f;
+    tuningRefreshTemperature = 1;
+    tuningRefreshClocks = 1;
+    tuningHistoryCapacity = 1024;
+    gProbeLog.Write("HardwareCaps::init() - _queryCPUInfo()");
+    _queryCPUInfo();
+    gProbeLog.Write("HardwareCaps::init() - _queryCPUInfo() OK.");
+#if defined(_WIN32)
+    gProbeLog.Write("HardwareCaps::init() - NVAPI_Init()");
+    NVAPI_Init();
+    gProbeLog.Write("HardwareCaps::init() - NVAPI_Init() OK.");
+    gProbeLog.Write("HardwareCaps::init() - ATI_Init()");
+    ATI_Init();
+    gProbeLog.Write("HardwareCaps::init() - ATI_Init() OK.");
+    // The remaining figures: the driver's own facts in its registry key.
+    if (!displayDeviceKey.empty()) {
+        std::string key = MachineRelativeKey(displayDeviceKey);
+        platform::ReadRegistryString(key.c_str(), "DriverVersion", &gRegistryDriver.driverVersion);
+        platform::ReadRegistryString(key.c_str(), "DriverDate", &gRegistryDriver.driverDate);
+        if (!platform::ReadRegistryString(key.c_str(), "Catalyst_Version", &gRegistryDriver.catalystVersion))
+            platform::ReadRegistryString(key.c_str(), "RadeonSoftwareVersion", &gRegistryDriver.catalystVersion);
+        platform::ReadRegistryString(key.c_str(), "ReleaseVersion", &gRegistryDriver.packagingVersion);
+        platform::ReadRegistryDword(key.c_str(), "HardwareInformation.MemorySize", &gRegistryDriver.memorySize);
+    }
+#else
+    gProbeLog.Write("HardwareCaps::init() - NVML_Init()");
+    NVML_Init();
+    gProbeLog.Write("HardwareCaps::init() - NVML_Init() OK.");
+    gProbeLog.Write("HardwareCaps::init() - SYSFS_Init()");
+    SYSFS_Init();
+    gProbeLog.Write("HardwareCaps::init() - SYSFS_Init() OK.");
+#endif
+    gProbeLog.Write("HardwareCaps::init() - END OK.");
+}
+
+// ------------------------------------------------------------ life cycle
+
+Root* getRoot() {
+    Root* r = gRoot.load(std::memory_order_acquire);
+    if (r) return r;
+    r = new Root();
+    r->liveObjects.push_back(r);
+    gRoot.store(r, std::memory_order_release);
+    r->caps.init();
+    return r;
+}
+
+void SetContextFactoryForTests(ContextFactory factory) { gContextFactory = factory; }
+void SetDisplayEnumeratorForTests(DisplayEnumerator enumerator) { gDisplayEnumerator = enumerator; }
+
+namespace {
+
+void AdoptRendererAsDisplayDevice(HardwareCaps& caps, const ProbeGPUnm::GlCaps& gl) {
+    if (gl.renderer.empty()) return;
+    if (!caps.displayDeviceFound) {
+        // No PCI view of the display at all (a virtual machine, a software
+        // renderer): the OpenGL renderer is the display device.
+        DisplayDeviceRecord rec{"OpenGL", gl.renderer, "", ""};
+        caps.adapters.Append(rec);
+        gRowSources.push_back(RowSource());
+        gDisplayRow = caps.adapters.count() - 1;
+        caps.ChooseDisplayDevice(rec);
+        return;
+    }
+#if !defined(_WIN32)
+    // A row named only generically (or by a database row several boards
+    // share) takes the renderer's name when the renderer is that maker's.
+    if (!caps.descriptionFromDatabase && gDisplayRow >= 0 && PciVendorOfGlVendor(gl.vendor) == caps.ids.vendor) {
+        std::string name = CleanRenderer(gl.renderer);
+        if (!name.empty()) {
+            CopyFixed(caps.m_display_device_string, sizeof caps.m_display_device_string, name.c_str());
+            CopyFixed(caps.adapters.mutableRow(gDisplayRow).deviceString, 128, name.c_str());
+        }
+    }
+#endif
+}
+
+}  // namespace
+
+bool startup(int x, int y, int width, int height, int opt1, int opt2, int opt3) {
+    gProbeLog.Write("ProbeGPU::startup()");
+    Root* root = getRoot();
+    if (gGlobals.started) return true;
+    if (!root->window) return false;
+    HardwareCaps& caps = root->caps;
+    if (!root->contextUsable) {
+        gProbeLog.Write("ProbeGPU::startup() - ProbeGPU_DummyW");
+        ProbeGPUnm::GlCaps gl;
+        bool ok;
+        if (gContextFactory) {
+            ok = gContextFactory(x, y, width, height, opt1, opt2, opt3, &gl);
+        } else {
+            ok = root->window->Create(x, y, width, height, opt1, opt2, opt3);
+            if (ok) gl = root->window->caps();
+            else gProbeLog.Write("ProbeGPU::startup() - ProbeGPU_DummyW failed: %s", root->window->failure().c_str());
+        }
+        if (!ok) return false;
+        gProbeLog.Write("ProbeGPU::startup() - ProbeGPU_DummyW OK.");
+        root->contextUsable = true;
+        CopyText(gGlobals.gl_renderer, sizeof gGlobals.gl_renderer, gl.renderer);
+        CopyText(gGlobals.gl_vendor, sizeof gGlobals.gl_vendor, gl.vendor);
+        CopyText(gGlobals.gl_version_string, sizeof gGlobals.gl_version_string, gl.version);
+        gGlobals.gl_major = gl.major;
+        gGlobals.gl_minor = gl.minor;
+        gGlobals.gl_max_texture_size = gl.maxTextureSize;
+        gGlobals.gl_max_viewport_width = gl.maxViewportWidth;
+        gGlobals.gl_max_viewport_height = gl.maxViewportHeight;
+        gGlobals.gl_max_3d_texture_size = gl.max3DTextureSize;
+        gGlobals.gl_max_texture_units = gl.maxTextureImageUnits;
+        gGlobals.gl_max_samples = gl.maxSamples;
+        gGlobals.gl_max_tess_level = gl.maxTessLevel;
+        std::memcpy(caps.capabilities, gl.caps, sizeof caps.capabilities);
+        // Kept for the scan's video memory fallback.
+        root->liveObjects.push_back(root->window.get());
+        gGlobals.video_memory_mb = gl.videoMemoryMB;
+        gGlobals.vista = caps.osName.find("Vista") != std::string::npos;
+        AdoptRendererAsDisplayDevice(caps, gl);
+
+        gProbeLog.Write("ProbeGPU::startup() - PhysX info");
+        uint32_t physx = 0;
+        if (platform::ReadRegistryDword("SOFTWARE\\AGEIA Technologies", "PhysX Version", &physx)) gGlobals.physx_version = physx;
+        std::string hw;
+        if (platform::ReadRegistryString("SOFTWARE\\AGEIA Technologies", "HwSelection", &hw) && hw.size() <= 511)
+            gGlobals.physx_on_gpu = IsPhysXOnGpuValue(hw);
+        gProbeLog.Write("ProbeGPU::startup() - PhysX info OK.");
+    }
+    if (!caps.displayDeviceFound) return true;
+    gGlobals.started = true;
+    gProbeLog.Write("ProbeGPU::startup() - scanGraphicsHardware()");
+    bool result = scanGraphicsHardware();
+    gProbeLog.Write("ProbeGPU::startup() - scanGraphicsHardware() OK.");
+    gProbeLog.Write("ProbeGPU::startup() OK.");
+    return result;
+}
+
+namespace {
+
+void FillSlotFromDatabase(GpuSlot* s) {
+    int cls = VendorClassOf(s->pciVendor);
+    const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, s->pciDevice));
+    if (!row) return;
+    s->pixelUnits = row->ropUnits > 0 ? row->ropUnits : 0;
+    s->textureUnits = row->textureUnits > 0 ? row->textureUnits : 0;
+    s->boardPowerW = row->boardPowerW;
+    if (s->name.empty()) s->name = row->fullName;
+}
+
+#if defined(_WIN32)
+int MatchAdapterRow(const HardwareCaps& caps, int vendor, int device, int subsystem) {
+    int fallback = -1;
+    for (int r = 0; r < caps.adapters.count(); ++r) {
+        PciIdFields f = ParsePnpIdString(caps.adapters.row(r).deviceId);
+        if (f.vendor != vendor || f.device != device) continue;
+        if (subsystem < 0 || f.subsystem == subsystem) return r;
+        if (fallback < 0) fallback = r;
+    }
+    return fallback;
+}
+#endif
+
+void BuildGpuList(Root* root) {
+    HardwareCaps& caps = root->caps;
+    root->gpus.clear();
+#if defined(_WIN32)
+    if (caps.vendorClass == kVendorNvidia && caps.nvapi.count() > 0) {
+        for (int i = 0; i < caps.nvapi.count(); ++i) {
+            const NvapiBackend::Gpu& g = caps.nvapi.gpu(i);
+            GpuSlot s;
+            s.name = g.name;
+            s.pciVendor = static_cast<int>(g.vendor);
+            s.pciDevice = static_cast<int>(g.device);
+            s.subsystemVendor = static_cast<int>(g.subsystem & 0xFFFF);
+            s.subsystemDevice = static_cast<int>(g.subsystem >> 16);
+            s.backend = &caps.nvapi;
+            s.backendIndex = i;
+            s.adapterRow = MatchAdapterRow(caps, s.pciVendor, s.pciDevice, static_cast<int>(g.subsystem));
+            s.driverVersion = caps.nvapi.DriverDisplayText();
+            FillSlotFromDatabase(&s);
+            root->gpus.push_back(s);
+        }
+    } else if (caps.vendorClass == kVendorAmd && caps.adl.count() > 0) {
+        for (int i = 0; i < caps.adl.count(); ++i) {
+            const AdlBackend::Gpu& g = caps.adl.gpu(i);
+            PciIdFields f = ParsePnpIdString(g.pnpId.c_str());
+            GpuSlot s;
+            s.name = g.name;
+            s.pciVendor = g.vendor;
+            s.pciDevice = g.device;
+            s.subsystemVendor = f.subsystemVendor();
+            s.subsystemDevice = f.subsystemDevice();
+            s.backend = &caps.adl;
+            s.backendIndex = i;
+            s.adapterRow = MatchAdapterRow(caps, g.vendor, g.device, f.subsystem);
+            s.driverVersion = gRegistryDriver.catalystVersion;
+            FillSlotFromDatabase(&s);
+            root->gpus.push_back(s);
+        }
+    }
+#else
+    for (size_t r = 0; r < gRowSources.size() && static_cast<int>(r) < caps.adapters.count(); ++r) {
+        const RowSource& src = gRowSources[r];
+        const DisplayAdapterEntry& row = caps.adapters.row(static_cast<int>(r));
+        PciIdFields f = ParsePnpIdString(row.deviceId);
+        bool knownMaker = f.vendor == kPciVendorNvidia || f.vendor == kPciVendorAmd || f.vendor == kPciVendorIntel;
+        if (!knownMaker && static_cast<int>(r) != gDisplayRow) continue;
+        GpuSlot s;
+        s.pciVendor = f.vendor;
+        s.pciDevice = f.device;
+        s.subsystemVendor = f.subsystemVendor();
+        s.subsystemDevice = f.subsystemDevice();
+        s.adapterRow = static_cast<int>(r);
+        s.name = row.deviceString;
+        if (src.nvml >= 0) {
+            s.backend = &caps.nvml;
+            s.backendIndex = src.nvml;
+            if (!caps.nvml.device(src.nvml).name.empty()) s.name = caps.nvml.device(src.nvml).name;
+            s.driverVersion = caps.nvml.driverVersion();
+        } else if (src.sysfs >= 0 && caps.sysfs) {
+            s.backend = caps.sysfs.get();
+            s.backendIndex = src.sysfs;
+            s.driverVersion = caps.sysfs->DriverText(src.sysfs);
+        }
+        if (static_cast<int>(r) == gDisplayRow && caps.m_display_device_string[0]) s.name = caps.m_display_device_string;
+        FillSlotFromDatabase(&s);
+        // The display device leads the list.
+        if (static_cast<int>(r) == gDisplayRow) root->gpus.insert(root->gpus.begin(), s);
+        else root->gpus.push_back(s);
+    }
+#endif
+    if (root->gpus.empty()) {
+        // One GPU without a sensor interface: the display device itself.
+        GpuSlot s;
+        s.name = caps.m_display_device_string;
+        s.pciVendor = caps.ids.vendor;
+        s.pciDevice = caps.ids.device;
+        s.subsystemVendor = caps.ids.subsystemVendor();
+        s.subsystemDevice = caps.ids.subsystemDevice();
+        s.adapterRow = gDisplayRow;
+        FillSlotFromDatabase(&s);
+        root->gpus.push_back(s);
+    }
+}
+
+std::string GenericDriverVersion(const HardwareCaps& caps) {
+#if defined(_WIN32)
+    return gRegistryDriver.driverVersion;
+#else
+    // The kernel driver of the display device (with its module version where
+    // it has one), else the OpenGL vendor (a software renderer).
+    std::string driver;
+    if (!caps.drmDevices.empty() && caps.ids.vendor >= 0) driver = caps.drmDevices[0].driver;
+    if (!driver.empty()) {
+        std::string version;
+        if (sysfs::ReadSmallFile(sysfs::Root() + "/module/" + driver + "/version", &version, 128)) {
+            while (!version.empty() && (version.back() == '\n' || version.back() == ' ')) version.pop_back();
+            if (!version.empty()) driver += " " + version;
+        }
+        return driver;
+    }
+    return gGlobals.gl_vendor;
+#endif
+}
+
+std::string GenericDriverBranch() {
+#if defined(_WIN32)
+    return gRegistryDriver.driverDate;
+#else
+    struct utsname u;
+    return uname(&u) == 0 ? std::string(u.release) : std::string();
+#endif
+}
+
+}  // namespace
+
+bool scanGraphicsHardware() {
+    Root* root = getRoot();
+    HardwareCaps& caps = root->caps;
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - START");
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 01");
+    const int cls = caps.vendorClass;
+    gGlobals.gpu_db_index = DatabaseLookup(cls, caps.ids.device);
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - gGlobals.gpu_db_index: %d", gGlobals.gpu_db_index);
+    const GpuDatabaseEntry* row = DatabaseRow(cls, gGlobals.gpu_db_index);
+    // A row that several boards share names them all; the adapter's own
+    // description says which one this is.
+    if (row && (!ContainsSlash(row->fullName) || caps.m_display_device_string[0] == '\0'))
+        CopyFixed(gGlobals.gpu_name, sizeof gGlobals.gpu_name, row->fullName);
+    else
+        CopyFixed(gGlobals.gpu_name, sizeof gGlobals.gpu_name, caps.m_display_device_string);
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 02");
+    if (caps.ids.vendor == kPciVendorAmd && caps.ids.device == 0x6798)
+        CopyFixed(gGlobals.gpu_name, sizeof gGlobals.gpu_name, Name6798(caps.m_display_device_string));
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 03");
+
+    DriverFacts facts;
+    facts.vendorClass = cls;
+    facts.glVersion = gGlobals.gl_version_string;
+#if defined(_WIN32)
+    facts.nvidiaVersion = caps.nvapi.DriverVersionText();
+    facts.nvidiaBranch = caps.nvapi.branch();
+    facts.amdAdapterName = caps.adl.count() > 0 ? caps.adl.gpu(0).name : std::string();
+    facts.amdCatalyst = gRegistryDriver.catalystVersion;
+    facts.amdDriverVersion = gRegistryDriver.driverVersion;
+#else
+    facts.nvidiaVersion = caps.nvml.driverVersion();
+#endif
+    facts.genericVersion = GenericDriverVersion(caps);
+    facts.genericBranch = GenericDriverBranch();
+    CopyFixed(gGlobals.driver_description, sizeof gGlobals.driver_description, DriverDescription(facts).c_str());
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 04");
+
+    CopyFixed(gGlobals.code_name, sizeof gGlobals.code_name, row ? row->codeName : "n.a.");
+    gGlobals.unified_shaders = row ? row->unifiedShaders : 0;
+    gGlobals.vertex_units = row ? row->vertexUnits : 0;
+    gGlobals.pixel_units = row ? row->pixelUnits : 0;
+    gGlobals.d3d_level = row ? row->d3dLevel : 0;
+    gGlobals.texture_units = row ? row->textureUnits : 0;
+    gGlobals.rop_units = row ? row->ropUnits : 0;
+    gGlobals.board_power_w = row ? row->boardPowerW : 0;
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 05");
+
+    // Video memory. The OpenGL figure was stored at start-up; the vendor
+    // interface's own figure wins where there is one.
+    const int glMemory = gGlobals.video_memory_mb;
+    int memory = 0;
+#if defined(_WIN32)
+    if (cls == kVendorNvidia) {
+        if (caps.nvapi.count() > 0) memory = static_cast<int>(caps.nvapi.gpu(0).dedicatedKB >> 10);
+        if (memory <= 0 && glMemory > 0) memory = glMemory;
+    } else {
+        if (cls == kVendorAmd && caps.adl.count() > 0) memory = static_cast<int>(caps.adl.gpu(0).memoryMB);
+        if (memory <= 0) memory = static_cast<int>(gRegistryDriver.memorySize >> 20);
+    }
+#else
+    BuildGpuList(root);
+    {
+        int total = 0, used = 0, freeMB = 0;
+        if (readMemoryUsage(0, &total, &used, &freeMB)) memory = total;
+        if (memory <= 0 && glMemory > 0) memory = glMemory;
+    }
+#endif
+    gGlobals.video_memory_mb = memory;
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 06");
+
+    CopyFixed(gGlobals.gl_version_text, sizeof gGlobals.gl_version_text, GlVersionText(gGlobals.gl_version_string).c_str());
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 07");
+
+    gGlobals.pci_vendor_id = caps.ids.vendor;
+    gGlobals.pci_device_id = caps.ids.device;
+    gGlobals.subsystem_vendor_id = caps.ids.subsystemVendor();
+    gGlobals.subsystem_device_id = caps.ids.subsystemDevice();
+#if defined(_WIN32)
+    BuildGpuList(root);
+    if (cls == kVendorNvidia) gGlobals.vendor_api_gpu_count = caps.nvapi.count();
+    else if (cls == kVendorAmd) gGlobals.vendor_api_gpu_count = caps.adl.count();
+#else
+    if (cls == kVendorNvidia) gGlobals.vendor_api_gpu_count = caps.nvml.count();
+    else if (caps.sysfs) gGlobals.vendor_api_gpu_count = caps.sysfs->count();
+#endif
+    gGlobals.gpu_count = std::max(1, static_cast<int>(root->gpus.size()));
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 08");
+
+    CopyFixed(gGlobals.os_name, sizeof gGlobals.os_name, caps.osName.c_str());
+    CopyFixed(gGlobals.cpu_name, sizeof gGlobals.cpu_name, caps.cpu.brandName.c_str());
+    CopyFixed(gGlobals.cpu_vendor, sizeof gGlobals.cpu_vendor, caps.cpu.vendorString.c_str());
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 09");
+    gGlobals.cpu_cores = caps.cpu.logicalCores;
+    gGlobals.cpu_speed_mhz = caps.cpu.speedMHz;
+    gGlobals.cpu_family = caps.cpu.family;
+    gGlobals.cpu_model = caps.cpu.model;
+    gGlobals.cpu_stepping = caps.cpu.stepping;
+    gGlobals.system_memory_mb = caps.cpu.memoryMB;
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 10");
+    gGlobals.dual_capability = caps.capabilities[ProbeGPUnm::kCapTessellation] && caps.capabilities[ProbeGPUnm::kCapComputeShader];
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 11");
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - live objects: %d", static_cast<int>(root->liveObjects.size()));
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 12");
+    for (size_t i = 0; i < root->gpus.size(); ++i)
+        gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - GPU %d: %s [%04X-%04X] via %s", static_cast<int>(i),
+                        root->gpus[i].name.c_str(), root->gpus[i].pciVendor & 0xFFFF, root->gpus[i].pciDevice & 0xFFFF,
+                        root->gpus[i].backend ? root->gpus[i].backend->Name() : "no sensor interface");
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 13");
+    gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - END");
+    return true;
+}
+
+void shutdown() {
+    Root* root = gRoot.exchange(nullptr, std::memory_order_acq_rel);
+    if (!root) return;
+    gProbeLog.Write("ProbeGPU::shutdown()");
+    // Vendor libraries first (they may refer to the driver's context), then
+    // the dummy context and window.
+    root->gpus.clear();
+    root->caps.adl.Shutdown();
+    root->caps.nvapi.Shutdown();
+    root->caps.nvml.Shutdown();
+    root->caps.sysfs.reset();
+    if (root->window) root->window->Destroy();
+    root->liveObjects.clear();
+    delete root;
+    gRowSources.clear();
+    gDisplayRow = -1;
+    gRegistryDriver = RegistryDriverFacts();
+    gGlobals = Globals();
+}
+
+// ------------------------------------------------------------ accessors
+
+bool isDisplayDeviceFound() {
+    Root* r = gRoot.load(std::memory_order_acquire);
+    return r && r->caps.displayDeviceFound;
+}
+bool isStarted() { return gGlobals.started; }
+int getVideoMemoryMB() { return gGlobals.video_memory_mb; }
+int getPciVendorId() { return gGlobals.pci_vendor_id; }
+int getPciDeviceId() { return gGlobals.pci_device_id; }
+int getVendorApiGpuCount() { return gGlobals.vendor_api_gpu_count; }
+int getGpuCount() { return gGlobals.gpu_count < 1 ? 1 : gGlobals.gpu_count; }
+int getD3DLevel() { return gGlobals.d3d_level; }
+int getTextureUnits() { return gGlobals.texture_units; }
+int getRopUnits() { return gGlobals.rop_units; }
+
+int getShaderCoreCount() {
+    Root* r = gRoot.load(std::memory_order_acquire);
+    int nvidiaCores = 0;
+    if (r) {
+#if defined(_WIN32)
+        if (r->caps.nvapi.count() > 0) nvidiaCores = static_cast<int>(r->caps.nvapi.gpu(0).cores);
+#else
+        if (r->caps.nvml.count() > 0) nvidiaCores = static_cast<int>(r->caps.nvml.device(0).cores);
+#endif
+    }
+    // No interface the library loads reports AMD's unit count, so the AMD
+    // branch of the rule falls through to the database.
+    return ShaderCoreCount(VendorClassOf(gGlobals.pci_vendor_id), gGlobals.pci_device_id, nvidiaCores, 0,
+                           gGlobals.unified_shaders);
+}
+
+const char* getGpuName() { return gGlobals.gpu_name[0] ? gGlobals.gpu_name : "Unknown"; }
+const char* getDriverDescription() { return gGlobals.driver_description; }
+const char* getCodeName() { return gGlobals.code_name; }
+const char* getOsName() { return gGlobals.os_name; }
+const char* getCpuName() { return gGlobals.cpu_name; }
+const char* getCpuVendor() { return gGlobals.cpu_vendor; }
+int getCpuSpeedMHz() { return gGlobals.cpu_speed_mhz; }
+int getCpuCores() { return gGlobals.cpu_cores; }
+uint64_t getSystemMemoryMB() { return gGlobals.system_memory_mb; }
+const char* getGlRenderer() { return gGlobals.gl_renderer; }
+const char* getGlVersionString() { return gGlobals.gl_version_string; }
+int getGlMajorVersion() { return gGlobals.gl_major; }
+int getGlMinorVersion() { return gGlobals.gl_minor; }
+int getGlMaxTextureSize() { return gGlobals.gl_max_texture_size; }
+int getGlMaxViewportWidth() { return gGlobals.gl_max_viewport_width; }
+int getGlMaxViewportHeight() { return gGlobals.gl_max_viewport_height; }
+float getGlMaxTessLevel() { return gGlobals.gl_max_tess_level; }
+bool isVista() { return gGlobals.vista; }
+uint32_t getPhysXVersion() { return gGlobals.physx_version; }
+bool isPhysXOnGpu() { return gGlobals.physx_on_gpu; }
+
+bool getAmdDriverFacts(std::string* version, std::string* packaging, std::string* date) {
+    if (gRegistryDriver.catalystVersion.empty()) return false;
+    *version = gRegistryDriver.catalystVersion;
+    *packaging = gRegistryDriver.packagingVersion;
+    *date = gRegistryDriver.driverDate;
+    return true;
+}
+
+const HardwareCaps* getHardwareCaps() {
+    Root* r = gRoot.load(std::memory_order_acquire);
+    return r ? &r->caps : nullptr;
+}
+
+// ------------------------------------------------------------ per GPU
+
+const GpuSlot* getGpu(int gpu) {
+    Root* r = gRoot.load(std::memory_order_acquire);
+    if (!r || gpu < 0 || gpu >= static_cast<int>(r->gpus.size())) return nullptr;
+    return &r->gpus[static_cast<size_t>(gpu)];
+}
+
+namespace {
+GpuSensorBackend* Backend(int gpu, int* index) {
+    const GpuSlot* s = getGpu(gpu);
+    if (!s || !s->backend) return nullptr;
+    *index = s->backendIndex;
+    return s->backend;
+}
+}  // namespace
+
+bool readTemperature(int gpu, float* celsius, int* threshold, int* hotspot, int* memory) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    TemperatureReading t;
+    if (!b || !b->Temperature(i, &t)) return false;
+    *celsius = t.celsius;
+    if (threshold) *threshold = t.threshold;
+    if (hotspot) *hotspot = t.hotspot;
+    if (memory) *memory = t.memory;
+    return true;
+}
+
+bool readUsage(int gpu, int* load, int* memoryLoad) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    int l = 0, m = -1;
+    if (!b || !b->Usage(i, &l, &m)) return false;
+    *load = l;
+    if (memoryLoad) *memoryLoad = m;
+    return true;
+}
+
+bool readMemoryUsage(int gpu, int* totalMB, int* usedMB, int* freeMB) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->MemoryUsage(i, totalMB, usedMB, freeMB);
+}
+
+bool readFan(int gpu, int* value, int* isRpm) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->Fan(i, value, isRpm);
+}
+
+int getNumPerfLevels(int gpu) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b ? b->NumPerfLevels(i) : 0;
+}
+
+bool readPerfLevels(int gpu, bool defaults, std::vector<PerfLevel>* levels) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->PerfLevels(i, defaults, levels);
+}
+
+bool readClocks(int gpu, int* pstate, float* coreMHz, float* memoryMHz, float* voltage) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    ClockReading c;
+    if (!b || !b->Clocks(i, &c)) return false;
+    *pstate = c.performanceState;
+    *coreMHz = c.coreMHz;
+    *memoryMHz = c.memoryMHz;
+    *voltage = c.voltage;
+    return true;
+}
+
+bool readPower(int gpu, int rail, int* percent, int* available) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->Power(i, rail, percent, available);
+}
+
+bool hasExtraPowerRails(int gpu) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->HasExtraRails(i);
+}
+
+bool readVoltage(int gpu, float* volts) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->Voltage(i, volts);
+}
+
+bool readClockCeiling(int gpu, float* ceilingMHz, float* boundMHz) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->ClockCeiling(i, ceilingMHz, boundMHz);
+}
+
+bool readBaseBoostClocks(int gpu, int* baseMHz, int* boostMHz) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->BaseBoostClocks(i, baseMHz, boostMHz);
+}
+
+bool readPowerTarget(int gpu, float* percent) {
+    int i = 0;
+    GpuSensorBackend* b = Backend(gpu, &i);
+    return b && b->PowerTarget(i, percent);
+}
+
+}  // namespace ProbeGPU
