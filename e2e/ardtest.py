@@ -126,5 +126,10 @@ def yellowish(r, g, b):
     return r > 120 and g > 120 and b < 90
 
 
+def bright_yellow(r, g, b):
+    """The HUD's heading and help yellow, brighter than anything in the scene."""
+    return r > 200 and g > 200 and b < 80
+
+
 def whitish(r, g, b):
     return r > 150 and g > 150 and b > 150

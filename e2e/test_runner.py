@@ -9,9 +9,10 @@ import subprocess
 import time
 import unittest
 
-from ardtest import E2ETest, count_pixels, read_png, whitish, yellowish
+from ardtest import E2ETest, bright_yellow, count_pixels, read_png, whitish
 
-RUN = ["/display_gui=0", "/test3d=2003", "/width=320", "/height=180"]
+# Small views and no logos: these tests are about the run, not the scene.
+RUN = ["/display_gui=0", "/test3d=2003", "/width=320", "/height=180", "/render_vxa_logo=0", "/render_a_logo=0"]
 
 
 class HeadlessRuns(E2ETest):
@@ -19,7 +20,7 @@ class HeadlessRuns(E2ETest):
         inst = self.install()
         shot = os.path.join(inst.work_dir, "shot.png")
         r = inst.run(*RUN, "/run_mode=1", "/max_time=1500", "/log_score", "/headless", "/screenshot=shot.png",
-                     timeout=120)
+                     timeout=300)
         self.assertEqual(r.returncode, 0, r.stderr)
         msgs = inst.messages()
         tail = msgs[msgs.index("OpenGL 2 (4.5) context init ok.") if "OpenGL 2 (4.5) context init ok." in msgs
@@ -50,25 +51,24 @@ class HeadlessRuns(E2ETest):
         self.assertLessEqual(avg, mx)
 
         # The last frame: the heading in yellow, the FPS lines in white, the
-        # progress figure near the top middle; the rest of the view black.
+        # progress figure near the top middle.
         w, h, rows = read_png(shot)
         self.assertEqual((w, h), (320, 180))
-        self.assertGreater(count_pixels(rows, (0, 25, 320, 45), yellowish), 40)
+        self.assertGreater(count_pixels(rows, (0, 25, 320, 45), bright_yellow), 40)
         self.assertGreater(count_pixels(rows, (0, 45, 320, 90), whitish), 80)
         self.assertGreater(count_pixels(rows, (140, 5, 200, 25), whitish), 10)
-        self.assertEqual(count_pixels(rows, (0, 120, 320, 180), lambda r, g, b: r + g + b > 30), 0)
 
     def test_frame_limited_benchmark_from_the_settings_file(self):
         inst = self.install()
         with open(inst.path("startup_options.xml"), "w") as f:
-            f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings time_based_benchmark="0" max_frames="250"'
+            f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings time_based_benchmark="0" max_frames="12"'
                     ' log_score="1" />\n</ardentium>')
-        r = inst.run(*RUN, "/run_mode=1", "/headless", timeout=120)
+        r = inst.run(*RUN, "/run_mode=1", "/headless", timeout=300)
         self.assertEqual(r.returncode, 0, r.stderr)
         with open(inst.path("Ardentium_Scores.csv"), "rb") as f:
             row = f.read().split(b"\n")[1].decode("latin-1").split(",")
         self.assertEqual(row[-9], "NO")
-        self.assertEqual(int(row[-7]), 250)  # exactly max_frames measured frames
+        self.assertEqual(int(row[-7]), 12)  # exactly max_frames measured frames
 
     def test_stability_test_ends_cleanly_on_a_signal(self):
         inst = self.install()
@@ -154,8 +154,9 @@ class WindowedRuns(E2ETest):
         self.assertIn("Main render thread - demo finished - exit ok.", msgs)
         self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
         w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
-        # The help lines (yellow) fill the area below the F1 line.
-        self.assertGreater(count_pixels(rows, (0, 90, w, 180), yellowish), 200)
+        # The help lines (yellow) fill the area below the F1 line, above the
+        # meters' titles.
+        self.assertGreater(count_pixels(rows, (0, 85, w, 110), bright_yellow), 40)
 
     def test_benchmark_locks_keys_and_ends_by_itself(self):
         inst = self.install()
@@ -167,7 +168,7 @@ class WindowedRuns(E2ETest):
         self.assertEqual(p.wait(timeout=60), 0)
         self.assertIn("Main render thread - benchmark finished - exit ok.", inst.messages())
         w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
-        self.assertLess(count_pixels(rows, (0, 90, w, h), yellowish), 20)
+        self.assertLess(count_pixels(rows, (0, 85, w, 110), bright_yellow), 20)
 
 
 if __name__ == "__main__":

@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-from ardtest import count_pixels, read_png, whitish, yellowish
+from ardtest import bright_yellow, count_pixels, read_png, whitish
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 WIN_BUILD = os.environ.get("ARDENTIUM_WIN_BUILD", os.path.join(HERE, "..", "build-win"))
@@ -92,7 +92,7 @@ class WindowsBuild(unittest.TestCase):
         self.addCleanup(lambda: (xvfb.terminate(), xvfb.wait(timeout=10)))
         inst = self.install()
         res = inst.run("/display_gui=0", "/test3d=2003", "/run_mode=1", "/max_time=1500", "/width=400",
-                       "/height=240", "/log_score", "/screenshot=shot.png", display=display)
+                       "/height=240", "/log_score", "/render_a_logo=0", "/screenshot=shot.png", display=display)
         self.assertEqual(res.returncode, 0, res.stderr)
         msgs = inst.messages()
         self.assertTrue(any(m.startswith("OpenGL 2 (") and m.endswith(") context init ok.") for m in msgs), msgs)
@@ -107,7 +107,7 @@ class WindowsBuild(unittest.TestCase):
         width, height, pixels = read_png(os.path.join(inst.work_dir, "shot.png"))
         self.assertLess(width, 400)
         self.assertLess(height, 240)
-        self.assertGreater(count_pixels(pixels, (0, 25, width, 45), yellowish), 40)
+        self.assertGreater(count_pixels(pixels, (0, 25, width, 45), bright_yellow), 40)
         self.assertGreater(count_pixels(pixels, (0, 45, width, 90), whitish), 80)
 
 

@@ -34,6 +34,9 @@ public:
     virtual void SetTitle(const char* title) = 0;
     virtual std::string Title() const = 0;
     virtual void Update() {}
+    // Takes the window off the screen without destroying it (a render
+    // thread that is still drawing into it keeps a valid target).
+    virtual void Hide() {}
 };
 
 enum class WindowError { None, DisplayModeRefused, CreationFailed };

@@ -49,6 +49,9 @@ private:
 
 struct RunState {
     std::unique_ptr<platform::Window3D> window;
+    // A window whose render thread outlived the kill sequence's wait: off
+    // the screen, destroyed once the thread has let go of it.
+    std::unique_ptr<platform::Window3D> retired;
     std::shared_ptr<WindowRunHost> host;
     std::thread thread;
 };
@@ -75,6 +78,7 @@ void ClampRunSize(int* width, int* height, int maxViewportSize) {
 platform::Window3D* Current3DWindow() { return gRun.window.get(); }
 
 bool Start3DRun(DisplayKind kind, const Run3DServices& services) {
+    if (RunControl.render_thread_done) gRun.retired.reset();
     int width = RunParameters.width;
     int height = RunParameters.height;
     ClampRunSize(&width, &height, services.maxViewportSize);
@@ -130,7 +134,13 @@ bool Kill3DRun() {
         gEventLog.Write("Render thread killed ok.");
     }
     if (gRun.window) {
-        gRun.window.reset();
+        if (RunControl.render_thread_done) {
+            gRun.window.reset();
+            gRun.retired.reset();
+        } else {
+            gRun.window->Hide();
+            gRun.retired = std::move(gRun.window);
+        }
         gEventLog.Write("3D window killed ok.");
     }
     if (platform::RestoreDisplayMode()) gEventLog.Write("Back to windowed mode ok.");
@@ -151,6 +161,7 @@ bool WaitForRenderThreadEnd(unsigned ms) {
     auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (!RunControl.render_thread_done && std::chrono::steady_clock::now() < until)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (RunControl.render_thread_done) gRun.retired.reset();
     return RunControl.render_thread_done;
 }
 

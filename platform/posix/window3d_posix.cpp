@@ -75,6 +75,10 @@ public:
     int ClientHeight() const override { return clientHeight_; }
     void SetTitle(const char* title) override { title_.Set(title); }
     std::string Title() const override { return title_.Get(); }
+    void Hide() override {
+        if (window_) SDL_HideWindow(window_);
+        if (Live() == this) Live() = nullptr;
+    }
 
     // Called by the UI loop: SDL's video calls belong on the thread that made the window.
     void ApplyTitle() {

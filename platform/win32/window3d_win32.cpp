@@ -160,6 +160,10 @@ public:
         return gTitle;
     }
     void Update() override { UpdateWindow(hwnd_); }
+    void Hide() override {
+        ShowWindow(hwnd_, SW_HIDE);
+        gWindow = nullptr;
+    }
 
 private:
     HWND hwnd_;
