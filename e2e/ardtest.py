@@ -67,6 +67,25 @@ class Install:
         shutil.rmtree(self.root, ignore_errors=True)
 
 
+def start_xvfb(test):
+    """A virtual X server of the test's own ("-displayfd" lets the server pick
+    a free number and say when it is ready), stopped when the test ends.
+    Returns the display name."""
+    r, w = os.pipe()
+    xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
+                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(w,))
+    os.close(w)
+    with os.fdopen(r) as f:
+        number = f.readline().strip()
+    test.assertTrue(number.isdigit(), "Xvfb did not start")
+
+    def stop():
+        xvfb.terminate()
+        xvfb.wait(timeout=10)
+    test.addCleanup(stop)
+    return ":" + number
+
+
 class E2ETest(unittest.TestCase):
     def install(self, **kw):
         inst = Install(**kw)

@@ -11,7 +11,7 @@ import tempfile
 import time
 import unittest
 
-from ardtest import BUILD, E2ETest, count_pixels, read_png
+from ardtest import BUILD, E2ETest, count_pixels, read_png, start_xvfb
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 MAKE_SYSFS = os.path.join(HERE, "..", "monitor", "fakes", "make_fake_sysfs.py")
@@ -98,13 +98,7 @@ class MonitorRuns(E2ETest):
 
     @unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xdotool"), "needs Xvfb and xdotool")
     def test_window_title_carries_the_first_gpu_temperature(self):
-        r, w = os.pipe()
-        xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
-                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(w,))
-        os.close(w)
-        with os.fdopen(r) as f:
-            display = ":" + f.readline().strip()
-        self.addCleanup(lambda: (xvfb.terminate(), xvfb.wait(timeout=10)))
+        display = start_xvfb(self)
         inst = self.install()
         env = self.fake_env(amd_boards=2)
         env["DISPLAY"] = display

@@ -9,7 +9,7 @@ import subprocess
 import time
 import unittest
 
-from ardtest import E2ETest, bright_yellow, count_pixels, read_png, whitish
+from ardtest import E2ETest, bright_yellow, count_pixels, read_png, start_xvfb, whitish
 
 # Small views and no logos: these tests are about the run, not the scene.
 RUN = ["/display_gui=0", "/test3d=2003", "/width=320", "/height=180", "/render_vxa_logo=0", "/render_a_logo=0"]
@@ -108,21 +108,7 @@ def _tool(name):
 @unittest.skipUnless(_tool("Xvfb") and _tool("xdotool"), "needs Xvfb and xdotool")
 class WindowedRuns(E2ETest):
     def setUp(self):
-        # A display of its own for each test; "-displayfd" lets the server
-        # pick a free number and say when it is ready.
-        r, w = os.pipe()
-        self.xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
-                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(w,))
-        os.close(w)
-        with os.fdopen(r) as f:
-            number = f.readline().strip()
-        self.assertTrue(number.isdigit(), "Xvfb did not start")
-        self.display = ":" + number
-
-        def stop():
-            self.xvfb.terminate()
-            self.xvfb.wait(timeout=10)
-        self.addCleanup(stop)
+        self.display = start_xvfb(self)
 
     def xdo(self, *args):
         return subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display),

@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-from ardtest import bright_yellow, count_pixels, read_png, whitish
+from ardtest import bright_yellow, count_pixels, read_png, start_xvfb, whitish
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 WIN_BUILD = os.environ.get("ARDENTIUM_WIN_BUILD", os.path.join(HERE, "..", "build-win"))
@@ -83,13 +83,7 @@ class WindowsBuild(unittest.TestCase):
 
     @unittest.skipUnless(shutil.which("Xvfb"), "needs Xvfb")
     def test_benchmark_through_wgl(self):
-        r, w = os.pipe()
-        xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
-                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(w,))
-        os.close(w)
-        with os.fdopen(r) as f:
-            display = ":" + f.readline().strip()
-        self.addCleanup(lambda: (xvfb.terminate(), xvfb.wait(timeout=10)))
+        display = start_xvfb(self)
         inst = self.install()
         res = inst.run("/display_gui=0", "/test3d=2003", "/run_mode=1", "/max_time=1500", "/width=400",
                        "/height=240", "/log_score", "/render_a_logo=0", "/screenshot=shot.png", display=display)

@@ -1,5 +1,7 @@
 #include "monitor/monitor_shell.h"
 
+#include "platform/str_format.h"
+
 #include <atomic>
 #include <cstdarg>
 #include <chrono>
@@ -13,6 +15,7 @@
 #include "monitor/probe_gpu.h"
 #include "monitor/probe_log.h"
 #include "platform/compiler.h"
+#include "platform/str_format.h"
 
 namespace monitor {
 
@@ -36,16 +39,6 @@ struct MonitorThread {
     bool stuck = false;  // did not end within two periods
 };
 MonitorThread gThread;
-
-std::string Format(const char* format, ...) ARD_PRINTF_LIKE(1, 2);
-std::string Format(const char* format, ...) {
-    char buf[1024];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(buf, sizeof buf, format, args);
-    va_end(args);
-    return buf;
-}
 
 // The overclocking tool's and GPU-Z's readings, merged after each refresh.
 struct Bridges {
@@ -128,22 +121,22 @@ std::vector<std::string> BuildStartupReport(SensorSource& source) {
     std::vector<std::string> out;
     const int vendor = ProbeGPU::getPciVendorId();
     const int device = ProbeGPU::getPciDeviceId();
-    out.push_back(Format("Main graphics card device ID: %.4X-%.4X", static_cast<unsigned>(vendor) & 0xFFFFu,
+    out.push_back(StrFormat("Main graphics card device ID: %.4X-%.4X", static_cast<unsigned>(vendor) & 0xFFFFu,
                          static_cast<unsigned>(device) & 0xFFFFu));
-    out.push_back(Format("Main OpenGL graphics card: %s", ProbeGPU::getGlRenderer()));
-    out.push_back(Format("OpenGL: version %d.%d detected.", ProbeGPU::getGlMajorVersion(), ProbeGPU::getGlMinorVersion()));
-    out.push_back(Format("Max texture size supported (OpenGL): %dx%d", ProbeGPU::getGlMaxTextureSize(),
+    out.push_back(StrFormat("Main OpenGL graphics card: %s", ProbeGPU::getGlRenderer()));
+    out.push_back(StrFormat("OpenGL: version %d.%d detected.", ProbeGPU::getGlMajorVersion(), ProbeGPU::getGlMinorVersion()));
+    out.push_back(StrFormat("Max texture size supported (OpenGL): %dx%d", ProbeGPU::getGlMaxTextureSize(),
                          ProbeGPU::getGlMaxTextureSize()));
-    out.push_back(Format("Max viewport size: %d px", ProbeGPU::getGlMaxViewportWidth()));
-    out.push_back(Format("Max tessellation level: %.1f", ProbeGPU::getGlMaxTessLevel()));
-    out.push_back(Format("Main graphics drivers: %s", ProbeGPU::getDriverDescription()));
-    out.push_back(Format("CPU: %s", ProbeGPU::getCpuName()));
-    out.push_back(Format("CPU speed: %d MHz", ProbeGPU::getCpuSpeedMHz()));
-    out.push_back(Format("System memory: %s", Format("%d MB", static_cast<int>(ProbeGPU::getSystemMemoryMB())).c_str()));
-    out.push_back(Format("OS: %s", ProbeGPU::getOsName()));
+    out.push_back(StrFormat("Max viewport size: %d px", ProbeGPU::getGlMaxViewportWidth()));
+    out.push_back(StrFormat("Max tessellation level: %.1f", ProbeGPU::getGlMaxTessLevel()));
+    out.push_back(StrFormat("Main graphics drivers: %s", ProbeGPU::getDriverDescription()));
+    out.push_back(StrFormat("CPU: %s", ProbeGPU::getCpuName()));
+    out.push_back(StrFormat("CPU speed: %d MHz", ProbeGPU::getCpuSpeedMHz()));
+    out.push_back(StrFormat("System memory: %s", StrFormat("%d MB", static_cast<int>(ProbeGPU::getSystemMemoryMB())).c_str()));
+    out.push_back(StrFormat("OS: %s", ProbeGPU::getOsName()));
     out.push_back("Detecting GPUs...");
     const int count = ProbeGPU::getGpuCount();
-    out.push_back(Format("Found %d GPU(s).", count));
+    out.push_back(StrFormat("Found %d GPU(s).", count));
 
     // The sensor array: one record per GPU, made before the monitor thread exists.
     FreeSensorArray();
@@ -162,52 +155,52 @@ std::vector<std::string> BuildStartupReport(SensorSource& source) {
         if (gpuVendor == ProbeGPU::kPciVendorNvidia) nvidia = true;
         PrimeRecord(source, i, r);
 
-        out.push_back(Format("- GPU %d: %s", i + 1, r.name.c_str()));
+        out.push_back(StrFormat("- GPU %d: %s", i + 1, r.name.c_str()));
         ProbeGPU::TemperatureReading t;
         if (source.Temperature(i, &t)) {
-            out.push_back(Format("  - GPU temperature: %d", static_cast<int>(t.celsius)));
+            out.push_back(StrFormat("  - GPU temperature: %d", static_cast<int>(t.celsius)));
             gTemperatureSource.store(true);
         }
         int load = 0, memLoad = -1;
-        if (source.Usage(i, &load, &memLoad)) out.push_back(Format("  - GPU load: %d %%", load));
+        if (source.Usage(i, &load, &memLoad)) out.push_back(StrFormat("  - GPU load: %d %%", load));
         int fan = 0, rpm = 0;
-        if (source.Fan(i, &fan, &rpm)) out.push_back(rpm ? Format("  - Fan speed: %d RPM", fan) : Format("  - Fan speed: %d %%", fan));
+        if (source.Fan(i, &fan, &rpm)) out.push_back(rpm ? StrFormat("  - Fan speed: %d RPM", fan) : StrFormat("  - Fan speed: %d %%", fan));
         ProbeGPU::ClockReading c;
         const bool clocks = source.Clocks(i, &c);
         if (clocks)
-            out.push_back(Format("  - Current values of true clock speeds: %d MHz (GPU) and %d MHz (memory)",
+            out.push_back(StrFormat("  - Current values of true clock speeds: %d MHz (GPU) and %d MHz (memory)",
                                  static_cast<int>(c.coreMHz), static_cast<int>(c.memoryMHz)));
         if (gpuVendor == ProbeGPU::kPciVendorNvidia) {
             int base = 0, boost = 0;
             if (ProbeGPU::readBaseBoostClocks(i, &base, &boost) && boost > 0)
-                out.push_back(Format("  - GTX 600 series - GPU base clock: %dMHz - GPU boost clock: %dMHz", base, boost));
+                out.push_back(StrFormat("  - GTX 600 series - GPU base clock: %dMHz - GPU boost clock: %dMHz", base, boost));
             float target = 0;
             if (ProbeGPU::readPowerTarget(i, &target)) {
                 const int tdp = slot ? slot->boardPowerW : 0;
-                out.push_back(Format("  - GTX 600 series - GPU power target: %.1f %% TDP (%dW)", target,
+                out.push_back(StrFormat("  - GTX 600 series - GPU power target: %.1f %% TDP (%dW)", target,
                                      static_cast<int>(tdp * target / 100.0f + 0.5f)));
             }
         }
         float volts = 0;
-        if (source.Voltage(i, &volts) && volts > 0) out.push_back(Format("  - Current GPU voltage (VDDC): %.3f V", volts));
+        if (source.Voltage(i, &volts) && volts > 0) out.push_back(StrFormat("  - Current GPU voltage (VDDC): %.3f V", volts));
         std::vector<ProbeGPU::PerfLevel> levels;
         if (gpuVendor == ProbeGPU::kPciVendorAmd && source.PerfLevels(i, &levels)) {
             for (size_t l = 0; l < levels.size(); ++l)
-                out.push_back(Format("  - PState %d - GPU clock: %d MHz - memory clock: %d MHz - GPU voltage: %.3fV",
+                out.push_back(StrFormat("  - PState %d - GPU clock: %d MHz - memory clock: %d MHz - GPU voltage: %.3fV",
                                      static_cast<int>(l), static_cast<int>(levels[l].coreMHz), static_cast<int>(levels[l].memoryMHz),
                                      levels[l].voltage));
         } else if (clocks && c.performanceState >= 0) {
-            out.push_back(Format("  - PState %d - GPU clock: %d MHz - memory clock: %d MHz - GPU voltage: %.3fV",
+            out.push_back(StrFormat("  - PState %d - GPU clock: %d MHz - memory clock: %d MHz - GPU voltage: %.3fV",
                                  c.performanceState, static_cast<int>(c.coreMHz), static_cast<int>(c.memoryMHz),
                                  c.voltage > 0 ? c.voltage : volts));
         }
         std::string driver;
         if (gpuVendor == ProbeGPU::kPciVendorAmd && amdFacts) driver = AmdDriverText(amdVersion, amdPackaging, amdDate);
         else if (slot) driver = slot->driverVersion;
-        if (!driver.empty()) out.push_back(Format("  - Graphics driver: %s", driver.c_str()));
+        if (!driver.empty()) out.push_back(StrFormat("  - Graphics driver: %s", driver.c_str()));
         if (slot) {
             if (const char* model = ProbeGPU::MakerBoardModelName(slot->subsystemVendor, slot->subsystemDevice))
-                out.push_back(Format("  - VXA model name: %s", model));
+                out.push_back(StrFormat("  - VXA model name: %s", model));
         }
     }
     gNvidiaPresent.store(nvidia);

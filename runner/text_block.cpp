@@ -1,25 +1,9 @@
 #include "runner/text_block.h"
 
-#include <cstdarg>
-#include <cstdio>
-
 #include "app/settings.h"
 #include "platform/compiler.h"
+#include "platform/str_format.h"
 #include "runner/run_stats.h"
-
-namespace {
-
-std::string Format(const char* format, ...) ARD_PRINTF_LIKE(1, 2);
-std::string Format(const char* format, ...) {
-    char buf[512];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(buf, sizeof buf, format, args);
-    va_end(args);
-    return buf;
-}
-
-}  // namespace
 
 std::vector<TextLine> BuildTextBlock(const TextBlockInput& in) {
     using namespace textcolors;
@@ -37,13 +21,13 @@ std::vector<TextLine> BuildTextBlock(const TextBlockInput& in) {
         y += 20;
     }
     lines.push_back({x, y, kHeadingYellow,
-                     Format("%s - %s, %dx%d (AA: %s), %s", "Ardentium", in.testName.c_str(), in.width, in.height,
+                     StrFormat("%s - %s, %dx%d (AA: %s), %s", "Ardentium", in.testName.c_str(), in.width, in.height,
                             in.aaMode.c_str(), in.adapterText.c_str())});
     lines.push_back({x, y + 20, kWhite,
-                     Format("FPS: %d (min:%d, max:%d, avg:%d)", in.currentFps, in.minFps, in.maxFps, in.avgFps)});
+                     StrFormat("FPS: %d (min:%d, max:%d, avg:%d)", in.currentFps, in.minFps, in.maxFps, in.avgFps)});
     unsigned s = in.elapsedMs / 1000;
     lines.push_back({x, y + 40, kWhite,
-                     Format("%s - Frames=%lu - Elapsed time=%.2d:%.2d:%.2d",
+                     StrFormat("%s - Frames=%lu - Elapsed time=%.2d:%.2d:%.2d",
                             in.benchmark ? "Benchmarking" : "Stability Test", static_cast<unsigned long>(in.frames),
                             static_cast<int>(s / 3600), static_cast<int>((s % 3600) / 60), static_cast<int>(s % 60))});
 
@@ -55,7 +39,7 @@ std::vector<TextLine> BuildTextBlock(const TextBlockInput& in) {
                 progress = 100.0 * in.elapsedMs / in.maxTime;
             else if (!in.timeBased && in.maxFrames > 0)
                 progress = 100.0 * in.frames / in.maxFrames;
-            lines.push_back({in.clientWidth / 2 - 10, 10, kWhite, Format("%d %%", static_cast<int>(progress))});
+            lines.push_back({in.clientWidth / 2 - 10, 10, kWhite, StrFormat("%d %%", static_cast<int>(progress))});
         }
         return lines;
     }
@@ -70,7 +54,7 @@ std::vector<TextLine> BuildTextBlock(const TextBlockInput& in) {
             "> F6: toggle GPU thermometer",
             "> T: toggle temp. graphs",
             "> G: toggle GPU list",
-            Format("> + and - : rendering delay (%dms)", in.toneDownDelayMs),
+            StrFormat("> + and - : rendering delay (%dms)", in.toneDownDelayMs),
         };
         int hy = y + 75;
         for (const std::string& h : help) {

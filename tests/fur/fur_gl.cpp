@@ -289,6 +289,22 @@ void cLm4DDemo_GL::ReleaseDotTextures() {
     dotTextures_.clear();
 }
 
+namespace {
+
+// Position, normal and texture coordinate from the bound vertex buffer, in
+// the mesh layout of 8 floats per vertex.
+void PointMeshAttributes() {
+    const GLsizei stride = kMeshFloatsPerVertex * sizeof(float);
+    gl::EnableVertexAttribArray(kPosition);
+    gl::EnableVertexAttribArray(kNormal);
+    gl::EnableVertexAttribArray(kUv);
+    gl::VertexAttribPointer(kPosition, 3, gl::FLOAT, 0, stride, reinterpret_cast<void*>(0));
+    gl::VertexAttribPointer(kNormal, 3, gl::FLOAT, 0, stride, reinterpret_cast<void*>(3 * sizeof(float)));
+    gl::VertexAttribPointer(kUv, 2, gl::FLOAT, 0, stride, reinterpret_cast<void*>(6 * sizeof(float)));
+}
+
+}  // namespace
+
 cLm4DDemo_GL::GpuMesh cLm4DDemo_GL::UploadMesh(const Mesh& mesh) {
     GpuMesh m;
     if (mesh.empty()) return m;
@@ -306,13 +322,7 @@ cLm4DDemo_GL::GpuMesh cLm4DDemo_GL::UploadMesh(const Mesh& mesh) {
                    mesh.indices.data(), gl::STATIC_DRAW);
     m.count = static_cast<GLsizei>(mesh.indices.size());
     if (dialect_.useVao) {
-        const GLsizei stride = kMeshFloatsPerVertex * sizeof(float);
-        gl::EnableVertexAttribArray(kPosition);
-        gl::EnableVertexAttribArray(kNormal);
-        gl::EnableVertexAttribArray(kUv);
-        gl::VertexAttribPointer(kPosition, 3, gl::FLOAT, 0, stride, reinterpret_cast<void*>(0));
-        gl::VertexAttribPointer(kNormal, 3, gl::FLOAT, 0, stride, reinterpret_cast<void*>(3 * sizeof(float)));
-        gl::VertexAttribPointer(kUv, 2, gl::FLOAT, 0, stride, reinterpret_cast<void*>(6 * sizeof(float)));
+        PointMeshAttributes();
         gl::BindVertexArray(0);
     }
     gl::BindBuffer(gl::ARRAY_BUFFER, 0);
@@ -328,15 +338,9 @@ void cLm4DDemo_GL::DrawMesh(const GpuMesh& m) {
         gl::BindVertexArray(0);
         return;
     }
-    const GLsizei stride = kMeshFloatsPerVertex * sizeof(float);
     gl::BindBuffer(gl::ARRAY_BUFFER, m.vbo);
     gl::BindBuffer(gl::ELEMENT_ARRAY_BUFFER, m.ibo);
-    gl::EnableVertexAttribArray(kPosition);
-    gl::EnableVertexAttribArray(kNormal);
-    gl::EnableVertexAttribArray(kUv);
-    gl::VertexAttribPointer(kPosition, 3, gl::FLOAT, 0, stride, reinterpret_cast<void*>(0));
-    gl::VertexAttribPointer(kNormal, 3, gl::FLOAT, 0, stride, reinterpret_cast<void*>(3 * sizeof(float)));
-    gl::VertexAttribPointer(kUv, 2, gl::FLOAT, 0, stride, reinterpret_cast<void*>(6 * sizeof(float)));
+    PointMeshAttributes();
     gl::DrawElements(gl::TRIANGLES, m.count, gl::UNSIGNED_INT, nullptr);
     gl::DisableVertexAttribArray(kNormal);
     gl::BindBuffer(gl::ARRAY_BUFFER, 0);

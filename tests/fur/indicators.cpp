@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "platform/compiler.h"
+#include "platform/str_format.h"
 #include "runner/run_stats.h"
 
 namespace {
@@ -17,15 +18,6 @@ constexpr Color4 kPanelYellow{1.0f, 1.0f, 0.1f, 1.0f};
 constexpr Color4 kGreen{0.0f, 1.0f, 0.0f, 1.0f};
 constexpr Color4 kRed{1.0f, 0.0f, 0.0f, 1.0f};
 constexpr Color4 kThrottleBlue{0.2f, 0.6f, 1.0f, 1.0f};
-
-ARD_PRINTF_LIKE(1, 2) std::string Format(const char* format, ...) {
-    char buf[256];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(buf, sizeof buf, format, args);
-    va_end(args);
-    return buf;
-}
 
 struct MeterLayout {
     int x, y, height, labelStep, barStep;
@@ -46,10 +38,10 @@ void AddLabels(const HudInput& in, const MeterLayout& m, bool temperature, HudFr
     for (size_t i = 0; i < in.gpus.size(); ++i) {
         const int step = static_cast<int>(i) * m.labelStep;
         // The degree sign is the Latin-1 byte, as the HUD font maps it.
-        std::string value = temperature ? Format("%d\xB0" "C", static_cast<int>(in.gpus[i].temperature))
-                                        : Format("%d%%", static_cast<int>(in.gpus[i].load));
+        std::string value = temperature ? StrFormat("%d\xB0" "C", static_cast<int>(in.gpus[i].temperature))
+                                        : StrFormat("%d%%", static_cast<int>(in.gpus[i].load));
         out->labels.push_back({m.x + 2 + step, m.y - 20, kWhite, value});
-        out->labels.push_back({m.x - 2 + step, m.height + 5 + m.y, kWhite, Format("GPU%d", static_cast<int>(i))});
+        out->labels.push_back({m.x - 2 + step, m.height + 5 + m.y, kWhite, StrFormat("GPU%d", static_cast<int>(i))});
     }
 }
 
@@ -63,17 +55,17 @@ void AddPanelText(const HudInput& in, HudFrame* out) {
             out->gpuText.push_back({x, top + y, c, text});
             y += 10;
         };
-        line(kPanelYellow, Format("GPU%d", static_cast<int>(i) + 1));
+        line(kPanelYellow, StrFormat("GPU%d", static_cast<int>(i) + 1));
         if (!g.name.empty()) line(kWhite, g.name);
         if (g.powerAvailable)
-            line(g.powerPercent < 100.0f ? kGreen : kRed, Format("POWER: %d %% TPD", static_cast<int>(g.powerPercent)));
+            line(g.powerPercent < 100.0f ? kGreen : kRed, StrFormat("POWER: %d %% TPD", static_cast<int>(g.powerPercent)));
         const int core = g.coreClockOverride > 0 ? g.coreClockOverride : g.coreClock;
-        if (core > 0) line(kWhite, Format("CORE: %d MHz", core));
-        if (g.throttlingMhz > 2) line(kThrottleBlue, Format("GPU throttling:: -%d MHz", g.throttlingMhz));
+        if (core > 0) line(kWhite, StrFormat("CORE: %d MHz", core));
+        if (g.throttlingMhz > 2) line(kThrottleBlue, StrFormat("GPU throttling:: -%d MHz", g.throttlingMhz));
         const int mem = g.memoryClockOverride > 0 ? g.memoryClockOverride : g.memoryClock;
-        if (mem > 0) line(kWhite, Format("MEM: %d MHz", mem));
+        if (mem > 0) line(kWhite, StrFormat("MEM: %d MHz", mem));
         const float vddc = g.vddcOverride > 0.0f ? g.vddcOverride : g.vddc;
-        if (vddc > 0.0f) line(kWhite, Format("VDDC: %.3f V", static_cast<double>(vddc)));
+        if (vddc > 0.0f) line(kWhite, StrFormat("VDDC: %.3f V", static_cast<double>(vddc)));
     }
 }
 
