@@ -112,9 +112,12 @@ class FurFrames(E2ETest):
             except (FileNotFoundError, IndexError):
                 pass
             time.sleep(0.3)
-        time.sleep(3)
+        # Past the first frames (a software renderer compiles its shaders
+        # on first use), then stop as a user would.
+        time.sleep(8)
         p.send_signal(signal.SIGINT)
-        self.assertEqual(p.wait(timeout=60), 0)
+        self.assertEqual(p.wait(timeout=120), 0)
+        self.assertIn("Main render thread - demo finished - exit ok.", inst.messages())
         w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
         red = count_pixels(rows, (0, 5, w, 25), lambda r, g, b: r > 150 and g < 80 and b < 80)
         self.assertGreater(red, 60)

@@ -105,6 +105,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         return 0;
     }
     RunControl.init_done = true;
+    host.PinThread();
     host.UpdateWindow();
     if (setup.windowed) {
         std::snprintf(title, sizeof title, "%s - Running...", kProductName);

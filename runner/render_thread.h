@@ -31,6 +31,9 @@ public:
     virtual ClockSource& Clock() = 0;
     // The run is over and the object still holds its last frame (screenshots).
     virtual void LastFrameDrawn(cLm4DDemo& demo) {}
+    // Pins the render thread to its processor, once its object has made its
+    // device (threads a software renderer starts then keep every processor).
+    virtual void PinThread() {}
 };
 
 struct RunSetup {

@@ -81,6 +81,7 @@ public:
     void SetTitle(const char* t) override { titles.push_back(t); }
     void PostClose() override { closes++; }
     void AttachInput(bool a) override { attach.push_back(a); }
+    void PinThread() override { pinned++; }
     void UpdateWindow() override {}
     void Sleep(unsigned ms) override {
         sleeps.push_back(ms);
@@ -113,6 +114,7 @@ public:
     std::vector<bool> attach;
     std::vector<unsigned> sleeps;
     int closes = 0;
+    int pinned = 0;
 };
 
 class RenderThread : public ::testing::Test {
@@ -158,6 +160,7 @@ TEST_F(RenderThread, TimedBenchmarkWarmsUpThenMeasures) {
     // Benchmarks never sleep while the object is shown.
     EXPECT_TRUE(host.sleeps.empty());
     EXPECT_EQ(host.attach, (std::vector<bool>{true, false}));
+    EXPECT_EQ(host.pinned, 1);
     EXPECT_EQ(std::string(current_test_name), "Furry VXA GL2");
     EXPECT_EQ(StartupOptions.furry_object, 1);
 }

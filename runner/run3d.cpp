@@ -30,6 +30,8 @@ public:
     bool GpuPhysxAvailable() override { return services_.gpuPhysxAvailable(); }
     std::unique_ptr<cLm4DDemo> CreateDemo(DemoClass c) override { return services_.createDemo(c); }
     ClockSource& Clock() override { return SystemClock(); }
+    // Mask 1 whatever the rendering affinity setting says.
+    void PinThread() override { platform::PinCurrentThreadToCpuMask(1); }
     void LastFrameDrawn(cLm4DDemo& demo) override {
         if (gRunExtras.screenshotPath.empty()) return;
         std::string rgba;
@@ -111,10 +113,7 @@ bool Start3DRun(DisplayKind kind, const Run3DServices& services) {
     RunControl.render_thread_done = false;
     gRun.host = std::make_shared<WindowRunHost>(gRun.window.get(), services);
     std::shared_ptr<WindowRunHost> host = gRun.host;
-    gRun.thread = std::thread([host, setup] {
-        platform::PinCurrentThreadToCpuMask(1);
-        RenderThreadProc(*host, setup);
-    });
+    gRun.thread = std::thread([host, setup] { RenderThreadProc(*host, setup); });
     return true;
 }
 
