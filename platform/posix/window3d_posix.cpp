@@ -8,8 +8,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <pthread.h>
-#include <signal.h>
 #include <mutex>
 
 #include "platform/platform.h"
@@ -216,23 +214,9 @@ void InstallStopRequestHandlers() {
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
-    // Only the UI loop takes the stop signals. Every thread started from here
-    // on (render thread, monitor, the software renderer's workers) inherits
-    // the block: a signal landing in a driver thread's wait can leave a frame
-    // that never ends.
-    sigset_t stop;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGINT);
-    sigaddset(&stop, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 }
 
 void RunUiLoop(UiEvents& events) {
-    sigset_t stop;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGINT);
-    sigaddset(&stop, SIGTERM);
-    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
     unsigned char keyState[256];
     while (!gQuit) {
         if (gStopSignal) {
