@@ -1,14 +1,11 @@
-// Facts about the current run that the scores file records and the HUD shows,
-// filled by the back-end and the monitor as they learn them.
+// Facts about the current run that the scores file records, filled by the
+// back-end as it learns them (the renderer, driver and clocks come from the
+// monitor).
 #pragma once
 
 #include <string>
 
 struct RunFactsRecord {
-    std::string renderer = "n.a.";
-    std::string driver = "n.a.";
-    double gpuClockMhz = 0.0;
-    double memoryClockMhz = 0.0;
     int msaaSamples = 0;
     int clientWidth = 0;
     int clientHeight = 0;

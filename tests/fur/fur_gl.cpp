@@ -121,9 +121,6 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
     gEventLog.Write("OpenGL version: %s", GlText(gl::VERSION));
     gEventLog.Write("OpenGL vendor: %s", GlText(gl::VENDOR));
     gEventLog.Write("OpenGL renderer: %s", GlText(gl::RENDERER));
-    renderer_ = GlText(gl::RENDERER);
-    RunFacts.renderer = renderer_;
-    RunFacts.driver = GlText(gl::VERSION);
     RunFacts.msaaSamples = context_->Samples();
     RunFacts.clientWidth = width;
     RunFacts.clientHeight = height;
