@@ -160,6 +160,10 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
 
         // L4
         demo->Frame(demo->frame_seconds);
+        if (demo->DeviceLost()) {
+            host.PostClose();
+            break;
+        }
         s.interval_frames += 1;
         if (!benchmark || s.warmup_done) s.benchmark_frames += 1;
 

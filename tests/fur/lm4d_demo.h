@@ -34,6 +34,10 @@ public:
     // first. False when the back-end cannot.
     virtual bool ReadBackFrame(std::string* rgba, int* width, int* height) { return false; }
 
+    // True once the device was lost (the back-end has logged why): the run
+    // ends instead of drawing into a device that is gone.
+    virtual bool DeviceLost() const { return false; }
+
     // The benchmark object's end and results; the fur objects never finish
     // by themselves.
     virtual bool AmarkFinished() const { return false; }
