@@ -62,12 +62,14 @@ public:
     void DrawQuad(int, int, int, int, const Color4&, unsigned short) override {}
     void Present() override {}
     bool AmarkFinished() const override { return amarkFinishedAt > 0 && c_.frames >= amarkFinishedAt; }
+    bool DeviceLost() const override { return lostAt > 0 && c_.frames >= lostAt; }
     double FinalScore() const override { return 4321.9; }
     void LogStageResults() override { c_.order.push_back("LogStageResults"); }
 
     std::vector<float> seconds;
     std::function<void(int)> onFrame;
     int amarkFinishedAt = 0;
+    int lostAt = 0;
 
 private:
     Calls& c_;
@@ -177,6 +179,19 @@ TEST_F(RenderThread, FrameCountedBenchmarkDrawsExactlyMaxFrames) {
     int warmupFrames = i - 1;
     EXPECT_EQ(host.calls.frames, warmupFrames + 1000);
     EXPECT_EQ(host.closes, 1);
+}
+
+TEST_F(RenderThread, ALostDeviceEndsTheRunWithoutAScore) {
+    host.setup = [](FakeDemo& d) { d.lostAt = 500; };
+    Run();
+    // The frame that found the device gone is the last one, and the window
+    // is closed as at the end of a benchmark, but nothing is scored.
+    EXPECT_EQ(host.calls.frames, 500);
+    EXPECT_EQ(host.closes, 1);
+    EXPECT_FALSE(RunControl.benchmark_done.load());
+    EXPECT_EQ(RunStats.score.load(), 0);
+    EXPECT_EQ(host.calls.order, (std::vector<std::string>{"Init", "Frame", "Terminate", "delete"}));
+    EXPECT_TRUE(RunControl.render_thread_done.load());
 }
 
 TEST_F(RenderThread, FrameCountedBenchmarkWithZeroFramesRunsUntilStopped) {
