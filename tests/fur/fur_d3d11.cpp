@@ -1,15 +1,13 @@
 #include "tests/fur/fur_d3d11.h"
 
-#include <windows.h>
-#include <d3d11.h>
-#include <dxgi.h>
-
 #include <cstring>
 #include <map>
 #include <string>
 
 #include "app/event_log.h"
 #include "tests/fur/d3d_shaders.h"
+#include "tests/fur/fur_d3d_api.h"
+#include "tests/fur/fur_d3d_tables.h"
 #include "tests/fur/fur_hlsl.h"
 
 namespace {
@@ -22,37 +20,53 @@ void Release(T*& p) {
 
 }  // namespace
 
-struct cLm4DDemo_D3D11::Device {
-    ID3D11Device* device = nullptr;
-    ID3D11DeviceContext* context = nullptr;
+template <class Api>
+struct D3DFurDevice<Api>::Device {
+    using Dev = typename Api::Device;
+    using Context = typename Api::Context;
+    using Texture2D = typename Api::Texture2D;
+    using Buffer = typename Api::Buffer;
+    using VertexShader = typename Api::VertexShader;
+    using PixelShader = typename Api::PixelShader;
+    using ShaderResourceView = typename Api::ShaderResourceView;
+
+    Dev* device = nullptr;
+    Context* context = nullptr;  // Direct3D 10: the device again, with a reference of its own
     IDXGISwapChain* swapChain = nullptr;
-    ID3D11Texture2D* backBuffer = nullptr;
-    ID3D11RenderTargetView* backView = nullptr;
-    ID3D11Texture2D* depth = nullptr;
-    ID3D11DepthStencilView* depthView = nullptr;
-    ID3D11Texture2D* post = nullptr;
-    ID3D11RenderTargetView* postView = nullptr;
-    ID3D11ShaderResourceView* postResource = nullptr;
-    ID3D11InputLayout* layout = nullptr;
-    std::map<std::string, ID3D11VertexShader*> vertexShaders;
-    std::map<std::string, ID3D11PixelShader*> pixelShaders;
-    ID3D11Buffer* constants[4] = {};
-    ID3D11BlendState* blends[4] = {};
-    ID3D11DepthStencilState* depthStates[2][2] = {};
-    ID3D11RasterizerState* raster = nullptr;
-    ID3D11SamplerState* samplers[2] = {};
+    Texture2D* backBuffer = nullptr;
+    typename Api::RenderTargetView* backView = nullptr;
+    Texture2D* depth = nullptr;
+    typename Api::DepthStencilView* depthView = nullptr;
+    Texture2D* post = nullptr;
+    typename Api::RenderTargetView* postView = nullptr;
+    ShaderResourceView* postResource = nullptr;
+    typename Api::InputLayout* layout = nullptr;
+    // Owned by entry point name; the passes below only point into them.
+    std::map<std::string, VertexShader*> vertexShaders;
+    std::map<std::string, PixelShader*> pixelShaders;
+    struct Bound {
+        VertexShader* vs = nullptr;
+        PixelShader* ps = nullptr;
+    };
+    Bound passes[fur_d3d::kProgramCount];
+    Bound lines;
+    Buffer* constants[4] = {};
+    typename Api::BlendState* blends[fur_d3d::kBlendCount] = {};
+    typename Api::DepthStencilState* depthStates[2][2] = {};
+    typename Api::RasterizerState* raster = nullptr;
+    typename Api::SamplerState* samplers[2] = {};
     struct Texture {
-        ID3D11Texture2D* texture = nullptr;
-        ID3D11ShaderResourceView* view = nullptr;
+        Texture2D* texture = nullptr;
+        ShaderResourceView* view = nullptr;
     };
     std::vector<Texture> textures;  // id - 1; freed ones stay as empty slots
     struct MeshBuffers {
-        ID3D11Buffer* vertices = nullptr;
-        ID3D11Buffer* indices = nullptr;
+        Buffer* vertices = nullptr;
+        Buffer* indices = nullptr;
         UINT count = 0;
     };
     std::vector<MeshBuffers> meshes;
-    ID3D11Buffer* stream = nullptr;  // HUD vertices, rewritten per draw
+    Buffer* stream = nullptr;  // HUD vertices, rewritten per draw
     size_t streamCapacity = 0;
     fur_hlsl::CbPerFrame frame{};
     fur_hlsl::CbHud hud{};
@@ -67,13 +81,38 @@ struct cLm4DDemo_D3D11::Device {
         if (hr == DXGI_ERROR_DEVICE_REMOVED || hr == DXGI_ERROR_DEVICE_RESET) {
             if (!lost) {
                 const HRESULT why = device ? device->GetDeviceRemovedReason() : hr;
-                gEventLog.Write("Direct3D 11: the device was lost (DXGI_ERROR_DEVICE_REMOVED, reason 0x%08lX): the test ends.",
+                gEventLog.Write("%s: the device was lost (%s, reason 0x%08lX): the test ends.", Api::kName,
+                                hr == DXGI_ERROR_DEVICE_RESET ? "DXGI_ERROR_DEVICE_RESET" : "DXGI_ERROR_DEVICE_REMOVED",
                                 static_cast<unsigned long>(why));
             }
             lost = true;
             return false;
         }
         return SUCCEEDED(hr);
+    }
+
+    template <class Shader>
+    Shader* Make(std::map<std::string, Shader*>* made, const char* entry, bool vertex, const fur_d3d::Pass& pass,
+                 const std::string& source, std::vector<unsigned char>* firstVertexCode) {
+        auto it = made->find(entry);
+        if (it != made->end()) return it->second;
+        std::vector<unsigned char> code;
+        std::string error;
+        if (!d3d_shaders::Compile(source, entry, vertex ? "vs_4_0" : "ps_4_0", &code, &error)) {
+            gEventLog.Write(vertex ? "Vertex shader creation failed: %s" : "Pixel shader creation failed: %s",
+                            fur_d3d::CompileFailure(pass, error).c_str());
+            return nullptr;
+        }
+        Shader* shader = nullptr;
+        const HRESULT hr = Api::CreateShader(device, code, &shader);
+        if (FAILED(hr)) {
+            gEventLog.Write("Shader program creation failed: %s: %s (0x%08lX)", fur_d3d::Describe(pass).c_str(), entry,
+                            static_cast<unsigned long>(hr));
+            return nullptr;
+        }
+        (*made)[entry] = shader;
+        if (vertex && firstVertexCode->empty()) *firstVertexCode = code;
+        return shader;
     }
 
     void ReleaseAll() {
@@ -95,14 +134,17 @@ struct cLm4DDemo_D3D11::Device {
         for (auto& p : pixelShaders) Release(p.second);
         vertexShaders.clear();
         pixelShaders.clear();
-        for (ID3D11Buffer*& b : constants) Release(b);
-        for (ID3D11BlendState*& b : blends) Release(b);
+        for (Bound& b : passes) b = Bound{};
+        lines = Bound{};
+        for (Buffer*& b : constants) Release(b);
+        for (auto*& b : blends) Release(b);
         for (auto& row : depthStates)
-            for (ID3D11DepthStencilState*& s : row) Release(s);
-        for (ID3D11SamplerState*& s : samplers) Release(s);
+            for (auto*& s : row) Release(s);
+        for (auto*& s : samplers) Release(s);
         Release(raster);
         Release(layout);
         Release(stream);
+        streamCapacity = 0;
         Release(postResource);
         Release(postView);
         Release(post);
@@ -116,23 +158,40 @@ struct cLm4DDemo_D3D11::Device {
     }
 };
 
-cLm4DDemo_D3D11::cLm4DDemo_D3D11() : d_(new Device) { api_id = 11; }
+template <class Api>
+D3DFurDevice<Api>::D3DFurDevice() : d_(new Device) {}
 
-cLm4DDemo_D3D11::~cLm4DDemo_D3D11() { Terminate(); }
+template <class Api>
+D3DFurDevice<Api>::~D3DFurDevice() {
+    Terminate();
+}
 
-bool cLm4DDemo_D3D11::DeviceLost() const { return d_->lost; }
+template <class Api>
+bool D3DFurDevice<Api>::DeviceLost() const {
+    return d_->lost;
+}
 
-bool cLm4DDemo_D3D11::HasDevice() const { return d_->device != nullptr && !d_->lost; }
+// A lost device still holds objects that must be released: it counts as
+// present until DestroyDevice has run.
+template <class Api>
+bool D3DFurDevice<Api>::HasDevice() const {
+    return d_->device != nullptr;
+}
 
-void cLm4DDemo_D3D11::DestroyDevice() { d_->ReleaseAll(); }
+template <class Api>
+void D3DFurDevice<Api>::DestroyDevice() {
+    d_->ReleaseAll();
+}
 
-bool cLm4DDemo_D3D11::CreateDevice(const RenderTarget& target, int width, int height) {
+template <class Api>
+bool D3DFurDevice<Api>::CreateDevice(const RenderTarget& target, int width, int height) {
     Device& d = *d_;
     d.width = width;
     d.height = height;
+    d.lost = false;
     HWND window = static_cast<HWND>(target.nativeWindow);
     if (!window) {
-        gEventLog.Write("Direct3D 11 window creation failed!");
+        gEventLog.Write("%s", Api::kNoWindow);
         return false;
     }
     DXGI_SWAP_CHAIN_DESC sc{};
@@ -145,85 +204,69 @@ bool cLm4DDemo_D3D11::CreateDevice(const RenderTarget& target, int width, int he
     sc.OutputWindow = window;
     sc.Windowed = TRUE;
     sc.SwapEffect = DXGI_SWAP_EFFECT_DISCARD;
-    const D3D_FEATURE_LEVEL levels[] = {D3D_FEATURE_LEVEL_11_0, D3D_FEATURE_LEVEL_10_1, D3D_FEATURE_LEVEL_10_0};
-    D3D_FEATURE_LEVEL got{};
-    HRESULT hr = D3D11CreateDeviceAndSwapChain(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, levels, 3, D3D11_SDK_VERSION,
-                                               &sc, &d.swapChain, &d.device, &got, &d.context);
+    const HRESULT hr = Api::Create(&sc, &d.swapChain, &d.device, &d.context);
     if (FAILED(hr)) {
-        gEventLog.Write("D3D11 initialization failed!");
-        gEventLog.Write("Direct3D 11: device creation failed (0x%08lX).", static_cast<unsigned long>(hr));
+        gEventLog.Write("%s", Api::kInitFailed);
+        gEventLog.Write("%s: device creation failed (0x%08lX).", Api::kName, static_cast<unsigned long>(hr));
         return false;
     }
-    bool ok = SUCCEEDED(d.swapChain->GetBuffer(0, __uuidof(ID3D11Texture2D), reinterpret_cast<void**>(&d.backBuffer))) &&
+    using BackBuffer = typename Api::Texture2D;
+    bool ok = SUCCEEDED(d.swapChain->GetBuffer(0, __uuidof(BackBuffer), reinterpret_cast<void**>(&d.backBuffer))) &&
               SUCCEEDED(d.device->CreateRenderTargetView(d.backBuffer, nullptr, &d.backView));
-    D3D11_TEXTURE2D_DESC dd{};
+    typename Api::Texture2DDesc dd{};
     dd.Width = sc.BufferDesc.Width;
     dd.Height = sc.BufferDesc.Height;
     dd.MipLevels = 1;
     dd.ArraySize = 1;
     dd.Format = DXGI_FORMAT_D24_UNORM_S8_UINT;
     dd.SampleDesc.Count = 1;
-    dd.Usage = D3D11_USAGE_DEFAULT;
-    dd.BindFlags = D3D11_BIND_DEPTH_STENCIL;
+    dd.Usage = Api::kUsageDefault;
+    dd.BindFlags = Api::kBindDepthStencil;
     ok = ok && SUCCEEDED(d.device->CreateTexture2D(&dd, nullptr, &d.depth)) &&
          SUCCEEDED(d.device->CreateDepthStencilView(d.depth, nullptr, &d.depthView));
 
     const size_t sizes[4] = {sizeof(fur_hlsl::CbPerObject), sizeof(fur_hlsl::CbPerFrame), sizeof(fur_hlsl::CbLights),
                              sizeof(fur_hlsl::CbHud)};
     for (int i = 0; ok && i < 4; ++i) {
-        D3D11_BUFFER_DESC bd{};
+        typename Api::BufferDesc bd{};
         bd.ByteWidth = static_cast<UINT>(sizes[i]);
-        bd.Usage = D3D11_USAGE_DEFAULT;
-        bd.BindFlags = D3D11_BIND_CONSTANT_BUFFER;
+        bd.Usage = Api::kUsageDefault;
+        bd.BindFlags = Api::kBindConstantBuffer;
         if (FAILED(d.device->CreateBuffer(&bd, nullptr, &d.constants[i]))) {
-            gEventLog.Write("Direct3D 11: constant buffer (%d) creation failed!", i + 1);
+            gEventLog.Write("%s: constant buffer (%d) creation failed!", Api::kName, i + 1);
             return false;
         }
     }
-
-    // Blending: opaque, alpha, additive, inverse colour added.
-    const D3D11_BLEND pairs[4][2] = {{D3D11_BLEND_ONE, D3D11_BLEND_ZERO},
-                                     {D3D11_BLEND_SRC_ALPHA, D3D11_BLEND_INV_SRC_ALPHA},
-                                     {D3D11_BLEND_ONE, D3D11_BLEND_ONE},
-                                     {D3D11_BLEND_INV_SRC_COLOR, D3D11_BLEND_ONE}};
-    for (int i = 0; ok && i < 4; ++i) {
-        D3D11_BLEND_DESC bd{};
-        bd.RenderTarget[0].BlendEnable = i != 0;
-        bd.RenderTarget[0].SrcBlend = pairs[i][0];
-        bd.RenderTarget[0].DestBlend = pairs[i][1];
-        bd.RenderTarget[0].BlendOp = D3D11_BLEND_OP_ADD;
-        bd.RenderTarget[0].SrcBlendAlpha = pairs[i][0] == D3D11_BLEND_INV_SRC_COLOR ? D3D11_BLEND_ONE : pairs[i][0];
-        bd.RenderTarget[0].DestBlendAlpha = pairs[i][1];
-        bd.RenderTarget[0].BlendOpAlpha = D3D11_BLEND_OP_ADD;
-        bd.RenderTarget[0].RenderTargetWriteMask = D3D11_COLOR_WRITE_ENABLE_ALL;
+    for (int i = 0; ok && i < fur_d3d::kBlendCount; ++i) {
+        const typename Api::BlendDesc bd = Api::MakeBlend(fur_d3d::BlendModeOf(static_cast<PaintBlend>(i)));
         ok = SUCCEEDED(d.device->CreateBlendState(&bd, &d.blends[i]));
     }
     for (int test = 0; ok && test < 2; ++test) {
         for (int write = 0; ok && write < 2; ++write) {
-            D3D11_DEPTH_STENCIL_DESC ds{};
+            typename Api::DepthStencilDesc ds{};
             ds.DepthEnable = test != 0;
-            ds.DepthWriteMask = write ? D3D11_DEPTH_WRITE_MASK_ALL : D3D11_DEPTH_WRITE_MASK_ZERO;
-            ds.DepthFunc = D3D11_COMPARISON_LESS;
+            ds.DepthWriteMask = write ? Api::kDepthWriteAll : Api::kDepthWriteNone;
+            ds.DepthFunc = Api::kLess;
             ok = SUCCEEDED(d.device->CreateDepthStencilState(&ds, &d.depthStates[test][write]));
         }
     }
-    D3D11_RASTERIZER_DESC rd{};
-    rd.FillMode = D3D11_FILL_SOLID;
-    rd.CullMode = D3D11_CULL_NONE;
+    typename Api::RasterizerDesc rd{};
+    rd.FillMode = Api::kFillSolid;
+    rd.CullMode = Api::kCullNone;
     rd.DepthClipEnable = TRUE;
     ok = ok && SUCCEEDED(d.device->CreateRasterizerState(&rd, &d.raster));
     for (int i = 0; ok && i < 2; ++i) {
-        D3D11_SAMPLER_DESC sd{};
-        sd.Filter = i == 0 ? D3D11_FILTER_ANISOTROPIC : D3D11_FILTER_MIN_MAG_MIP_LINEAR;
-        const D3D11_TEXTURE_ADDRESS_MODE mode = i == 0 ? D3D11_TEXTURE_ADDRESS_WRAP : D3D11_TEXTURE_ADDRESS_CLAMP;
-        sd.AddressU = sd.AddressV = sd.AddressW = mode;
+        // Slot 0 repeats (surfaces, dots), slot 1 clamps (HUD, scene target).
+        typename Api::SamplerDesc sd{};
+        sd.Filter = i == 0 ? Api::kFilterAnisotropic : Api::kFilterLinear;
+        sd.AddressU = sd.AddressV = sd.AddressW = i == 0 ? Api::kAddressWrap : Api::kAddressClamp;
         sd.MaxAnisotropy = 16;
-        sd.ComparisonFunc = D3D11_COMPARISON_NEVER;
-        sd.MaxLOD = D3D11_FLOAT32_MAX;
+        sd.ComparisonFunc = Api::kNever;
+        sd.MaxLOD = Api::kMaxLod;
         ok = SUCCEEDED(d.device->CreateSamplerState(&sd, &d.samplers[i]));
     }
     if (!ok) {
-        gEventLog.Write("D3D11 initialization failed!");
+        gEventLog.Write("%s", Api::kInitFailed);
         return false;
     }
 
@@ -238,76 +281,64 @@ bool cLm4DDemo_D3D11::CreateDevice(const RenderTarget& target, int width, int he
     d.context->PSSetConstantBuffers(0, 4, d.constants);
     d.context->PSSetSamplers(0, 2, d.samplers);
     d.context->RSSetState(d.raster);
-    D3D11_VIEWPORT vp{0.0f, 0.0f, static_cast<float>(width), static_cast<float>(height), 0.0f, 1.0f};
+    const typename Api::Viewport vp = Api::MakeViewport(width, height);
     d.context->RSSetViewports(1, &vp);
     d.context->OMSetRenderTargets(1, &d.backView, d.depthView);
     return true;
 }
 
-bool cLm4DDemo_D3D11::CreatePrograms(int radialBlurSamples) {
+template <class Api>
+bool D3DFurDevice<Api>::CreatePrograms(int radialBlurSamples) {
     Device& d = *d_;
+    const fur_d3d::PassTable table = Api::Passes();
     const std::string source = fur_hlsl::Source(radialBlurSamples);
     std::vector<unsigned char> layoutCode;
-    for (const fur_hlsl::EntryPoint& e : fur_hlsl::EntryPoints()) {
-        const char* entry = e.name;
-        const bool vertex = e.vertex;
-        std::vector<unsigned char> code;
-        std::string error;
-        if (!d3d_shaders::Compile(source, entry, vertex ? "vs_4_0" : "ps_4_0", &code, &error)) {
-            gEventLog.Write(vertex ? "Vertex shader creation failed: %s" : "Pixel shader creation failed: %s", error.c_str());
-            return false;
-        }
-        HRESULT hr;
-        if (vertex) {
-            ID3D11VertexShader* vs = nullptr;
-            hr = d.device->CreateVertexShader(code.data(), code.size(), nullptr, &vs);
-            d.vertexShaders[entry] = vs;
-            if (layoutCode.empty()) layoutCode = code;
-        } else {
-            ID3D11PixelShader* ps = nullptr;
-            hr = d.device->CreatePixelShader(code.data(), code.size(), nullptr, &ps);
-            d.pixelShaders[entry] = ps;
-        }
-        if (FAILED(hr)) {
-            gEventLog.Write("Shader program creation failed: %s (0x%08lX)", entry, static_cast<unsigned long>(hr));
-            return false;
-        }
-    }
-    const D3D11_INPUT_ELEMENT_DESC elements[] = {
-        {"POSITION", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 0, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"NORMAL", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 12, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"TEXCOORD", 0, DXGI_FORMAT_R32G32_FLOAT, 0, 24, D3D11_INPUT_PER_VERTEX_DATA, 0},
+    auto build = [&](const fur_d3d::Pass& pass, typename Device::Bound* bound) {
+        bound->vs = d.Make(&d.vertexShaders, pass.program.vertex, true, pass, source, &layoutCode);
+        bound->ps = bound->vs ? d.Make(&d.pixelShaders, pass.program.pixel, false, pass, source, &layoutCode) : nullptr;
+        return bound->vs && bound->ps;
+    };
+    for (int i = 0; i < fur_d3d::kProgramCount; ++i)
+        if (!build(table.programs[i], &d.passes[i])) return false;
+    if (!build(table.lines, &d.lines)) return false;
+
+    // Every vertex stage reads the mesh layout: one input layout serves all.
+    const typename Api::InputElementDesc elements[] = {
+        {"POSITION", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 0, Api::kPerVertex, 0},
+        {"NORMAL", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 12, Api::kPerVertex, 0},
+        {"TEXCOORD", 0, DXGI_FORMAT_R32G32_FLOAT, 0, 24, Api::kPerVertex, 0},
     };
     if (FAILED(d.device->CreateInputLayout(elements, 3, layoutCode.data(), layoutCode.size(), &d.layout))) {
-        gEventLog.Write("Shader program creation failed: input layout");
+        gEventLog.Write("Shader program creation failed: input layout (%s)", fur_d3d::Describe(table.programs[0]).c_str());
         return false;
     }
     d.context->IASetInputLayout(d.layout);
     return true;
 }
 
-FurPainter::TextureId cLm4DDemo_D3D11::CreateTexture(const std::vector<Image>& levels, bool repeat) {
+template <class Api>
+FurPainter::TextureId D3DFurDevice<Api>::CreateTexture(const std::vector<Image>& levels, bool repeat) {
     Device& d = *d_;
     if (levels.empty() || !d.device) return 0;
-    D3D11_TEXTURE2D_DESC td{};
+    typename Api::Texture2DDesc td{};
     td.Width = static_cast<UINT>(levels[0].width);
     td.Height = static_cast<UINT>(levels[0].height);
     td.MipLevels = static_cast<UINT>(levels.size());
     td.ArraySize = 1;
     td.Format = DXGI_FORMAT_R8G8B8A8_UNORM;
     td.SampleDesc.Count = 1;
-    td.Usage = D3D11_USAGE_IMMUTABLE;
-    td.BindFlags = D3D11_BIND_SHADER_RESOURCE;
-    std::vector<D3D11_SUBRESOURCE_DATA> data(levels.size());
+    td.Usage = Api::kUsageImmutable;
+    td.BindFlags = Api::kBindShaderResource;
+    std::vector<typename Api::SubresourceData> data(levels.size());
     for (size_t i = 0; i < levels.size(); ++i) {
         data[i].pSysMem = levels[i].rgba.data();
         data[i].SysMemPitch = static_cast<UINT>(levels[i].width * 4);
     }
-    Device::Texture t;
+    typename Device::Texture t;
     if (FAILED(d.device->CreateTexture2D(&td, data.data(), &t.texture)) ||
         FAILED(d.device->CreateShaderResourceView(t.texture, nullptr, &t.view))) {
         Release(t.texture);
-        gEventLog.Write("Direct3D 11: texture creation failed (%dx%d).", levels[0].width, levels[0].height);
+        gEventLog.Write("%s: texture creation failed (%dx%d).", Api::kName, levels[0].width, levels[0].height);
         return 0;
     }
     (void)repeat;  // addressing is the sampler's: the programs pick wrap or clamp
@@ -315,31 +346,33 @@ FurPainter::TextureId cLm4DDemo_D3D11::CreateTexture(const std::vector<Image>& l
     return static_cast<TextureId>(d.textures.size());
 }
 
-void cLm4DDemo_D3D11::FreeTexture(TextureId texture) {
+template <class Api>
+void D3DFurDevice<Api>::FreeTexture(TextureId texture) {
     Device& d = *d_;
     if (texture <= 0 || texture > static_cast<int>(d.textures.size())) return;
-    Device::Texture& t = d.textures[static_cast<size_t>(texture - 1)];
+    typename Device::Texture& t = d.textures[static_cast<size_t>(texture - 1)];
     Release(t.view);
     Release(t.texture);
 }
 
-FurPainter::MeshId cLm4DDemo_D3D11::CreateMesh(const Mesh& mesh) {
+template <class Api>
+FurPainter::MeshId D3DFurDevice<Api>::CreateMesh(const Mesh& mesh) {
     Device& d = *d_;
     if (mesh.empty() || !d.device) return 0;
-    Device::MeshBuffers m;
-    D3D11_BUFFER_DESC bd{};
-    bd.Usage = D3D11_USAGE_IMMUTABLE;
+    typename Device::MeshBuffers m;
+    typename Api::BufferDesc bd{};
+    bd.Usage = Api::kUsageImmutable;
     bd.ByteWidth = static_cast<UINT>(mesh.vertices.size() * sizeof(float));
-    bd.BindFlags = D3D11_BIND_VERTEX_BUFFER;
-    D3D11_SUBRESOURCE_DATA data{mesh.vertices.data(), 0, 0};
+    bd.BindFlags = Api::kBindVertexBuffer;
+    typename Api::SubresourceData data{mesh.vertices.data(), 0, 0};
     HRESULT hr = d.device->CreateBuffer(&bd, &data, &m.vertices);
     bd.ByteWidth = static_cast<UINT>(mesh.indices.size() * sizeof(uint32_t));
-    bd.BindFlags = D3D11_BIND_INDEX_BUFFER;
+    bd.BindFlags = Api::kBindIndexBuffer;
     data.pSysMem = mesh.indices.data();
     if (SUCCEEDED(hr)) hr = d.device->CreateBuffer(&bd, &data, &m.indices);
     if (FAILED(hr)) {
         Release(m.vertices);
-        gEventLog.Write("Direct3D 11: mesh buffer creation failed (0x%08lX).", static_cast<unsigned long>(hr));
+        gEventLog.Write("%s: mesh buffer creation failed (0x%08lX).", Api::kName, static_cast<unsigned long>(hr));
         return 0;
     }
     m.count = static_cast<UINT>(mesh.indices.size());
@@ -347,17 +380,18 @@ FurPainter::MeshId cLm4DDemo_D3D11::CreateMesh(const Mesh& mesh) {
     return static_cast<MeshId>(d.meshes.size());
 }
 
-bool cLm4DDemo_D3D11::CreatePostTarget() {
+template <class Api>
+bool D3DFurDevice<Api>::CreatePostTarget() {
     Device& d = *d_;
-    D3D11_TEXTURE2D_DESC td{};
+    typename Api::Texture2DDesc td{};
     td.Width = static_cast<UINT>(d.width);
     td.Height = static_cast<UINT>(d.height);
     td.MipLevels = 1;
     td.ArraySize = 1;
     td.Format = DXGI_FORMAT_R8G8B8A8_UNORM;
     td.SampleDesc.Count = 1;
-    td.Usage = D3D11_USAGE_DEFAULT;
-    td.BindFlags = D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE;
+    td.Usage = Api::kUsageDefault;
+    td.BindFlags = Api::kBindRenderTarget | Api::kBindShaderResource;
     if (FAILED(d.device->CreateTexture2D(&td, nullptr, &d.post)) ||
         FAILED(d.device->CreateRenderTargetView(d.post, nullptr, &d.postView)) ||
         FAILED(d.device->CreateShaderResourceView(d.post, nullptr, &d.postResource))) {
@@ -369,35 +403,38 @@ bool cLm4DDemo_D3D11::CreatePostTarget() {
     return true;
 }
 
-void cLm4DDemo_D3D11::BeginScene(bool toPostTarget) {
+template <class Api>
+void D3DFurDevice<Api>::BeginScene(bool toPostTarget) {
     Device& d = *d_;
-    ID3D11ShaderResourceView* none[2] = {nullptr, nullptr};
+    typename Api::ShaderResourceView* none[2] = {nullptr, nullptr};
     d.context->PSSetShaderResources(0, 2, none);  // the scene target may still be bound for reading
-    ID3D11RenderTargetView* target = toPostTarget ? d.postView : d.backView;
+    typename Api::RenderTargetView* target = toPostTarget ? d.postView : d.backView;
     d.context->OMSetRenderTargets(1, &target, d.depthView);
     const float black[4] = {0.0f, 0.0f, 0.0f, 1.0f};
     d.context->ClearRenderTargetView(target, black);
-    d.context->ClearDepthStencilView(d.depthView, D3D11_CLEAR_DEPTH | D3D11_CLEAR_STENCIL, 1.0f, 0);
+    d.context->ClearDepthStencilView(d.depthView, Api::kClearDepthStencil, 1.0f, 0);
 }
 
-void cLm4DDemo_D3D11::BeginPostPass() {
+template <class Api>
+void D3DFurDevice<Api>::BeginPostPass() {
     Device& d = *d_;
     d.context->OMSetRenderTargets(1, &d.backView, d.depthView);
     d.context->PSSetShaderResources(kStageColor, 1, &d.postResource);
 }
 
-void cLm4DDemo_D3D11::UseProgram(PaintProgram program, PaintBlend blend, bool depthTest, bool depthWrite) {
+template <class Api>
+void D3DFurDevice<Api>::UseProgram(PaintProgram program, PaintBlend blend, bool depthTest, bool depthWrite) {
     Device& d = *d_;
     d.program = program;
-    const fur_hlsl::Program& p = fur_hlsl::D3D11Program(program);
-    d.context->VSSetShader(d.vertexShaders[p.vertex], nullptr, 0);
-    d.context->PSSetShader(d.pixelShaders[p.pixel], nullptr, 0);
+    const typename Device::Bound& pass = d.passes[static_cast<int>(program)];
+    Api::SetShaders(d.context, pass.vs, pass.ps);
     const float factor[4] = {0, 0, 0, 0};
     d.context->OMSetBlendState(d.blends[static_cast<int>(blend)], factor, 0xFFFFFFFFu);
     d.context->OMSetDepthStencilState(d.depthStates[depthTest ? 1 : 0][depthWrite ? 1 : 0], 0);
 }
 
-void cLm4DDemo_D3D11::SetSurfaceConstants(const SurfaceConstants& c) {
+template <class Api>
+void D3DFurDevice<Api>::SetSurfaceConstants(const SurfaceConstants& c) {
     fur_hlsl::CbPerObject o{};
     std::memcpy(o.g_worldViewProjection, c.worldViewProjection.data(), sizeof o.g_worldViewProjection);
     std::memcpy(o.g_modelView, c.modelView.data(), sizeof o.g_modelView);
@@ -410,103 +447,115 @@ void cLm4DDemo_D3D11::SetSurfaceConstants(const SurfaceConstants& c) {
     d_->Update(0, &o);
 }
 
-void cLm4DDemo_D3D11::SetElapsedTime(float seconds) {
+template <class Api>
+void D3DFurDevice<Api>::SetElapsedTime(float seconds) {
     d_->frame.elapsedTime = seconds;
     d_->Update(1, &d_->frame);
 }
 
-void cLm4DDemo_D3D11::SetColor(const float rgba[4]) {
+template <class Api>
+void D3DFurDevice<Api>::SetColor(const float rgba[4]) {
     std::memcpy(d_->hud.flat_color, rgba, sizeof d_->hud.flat_color);
     d_->Update(3, &d_->hud);
 }
 
-void cLm4DDemo_D3D11::BindTexture(PaintStage stage, TextureId texture) {
+template <class Api>
+void D3DFurDevice<Api>::BindTexture(PaintStage stage, TextureId texture) {
     Device& d = *d_;
-    ID3D11ShaderResourceView* view = nullptr;
+    typename Api::ShaderResourceView* view = nullptr;
     if (texture > 0 && texture <= static_cast<int>(d.textures.size()))
         view = d.textures[static_cast<size_t>(texture - 1)].view;
     d.context->PSSetShaderResources(static_cast<UINT>(stage), 1, &view);
 }
 
-void cLm4DDemo_D3D11::DrawMesh(MeshId mesh) {
+template <class Api>
+void D3DFurDevice<Api>::DrawMesh(MeshId mesh) {
     Device& d = *d_;
     if (mesh <= 0 || mesh > static_cast<int>(d.meshes.size())) return;
-    const Device::MeshBuffers& m = d.meshes[static_cast<size_t>(mesh - 1)];
+    const typename Device::MeshBuffers& m = d.meshes[static_cast<size_t>(mesh - 1)];
     const UINT stride = sizeof(PaintVertex), offset = 0;
     d.context->IASetVertexBuffers(0, 1, &m.vertices, &stride, &offset);
     d.context->IASetIndexBuffer(m.indices, DXGI_FORMAT_R32_UINT, 0);
-    d.context->IASetPrimitiveTopology(D3D11_PRIMITIVE_TOPOLOGY_TRIANGLELIST);
+    d.context->IASetPrimitiveTopology(D3D_PRIMITIVE_TOPOLOGY_TRIANGLELIST);
     d.context->DrawIndexed(m.count, 0, 0);
 }
 
-void cLm4DDemo_D3D11::DrawVertices(const std::vector<PaintVertex>& vertices, PaintPrimitive primitive) {
+template <class Api>
+void D3DFurDevice<Api>::DrawVertices(const std::vector<PaintVertex>& vertices, PaintPrimitive primitive) {
     Device& d = *d_;
-    if (vertices.empty()) return;
+    if (vertices.empty() || d.lost) return;
     const size_t bytes = vertices.size() * sizeof(PaintVertex);
-    if (bytes > d.streamCapacity) {
+    const size_t capacity = fur_d3d::StreamCapacity(d.streamCapacity, bytes);
+    if (capacity != d.streamCapacity || !d.stream) {
         Release(d.stream);
-        size_t capacity = d.streamCapacity ? d.streamCapacity : 64 * 1024;
-        while (capacity < bytes) capacity *= 2;
-        D3D11_BUFFER_DESC bd{};
+        typename Api::BufferDesc bd{};
         bd.ByteWidth = static_cast<UINT>(capacity);
-        bd.Usage = D3D11_USAGE_DYNAMIC;
-        bd.BindFlags = D3D11_BIND_VERTEX_BUFFER;
-        bd.CPUAccessFlags = D3D11_CPU_ACCESS_WRITE;
+        bd.Usage = Api::kUsageDynamic;
+        bd.BindFlags = Api::kBindVertexBuffer;
+        bd.CPUAccessFlags = Api::kCpuWrite;
         d.streamCapacity = SUCCEEDED(d.device->CreateBuffer(&bd, nullptr, &d.stream)) ? capacity : 0;
         if (!d.stream) return;
     }
-    D3D11_MAPPED_SUBRESOURCE mapped{};
-    if (!d.Check(d.context->Map(d.stream, 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped))) return;
-    std::memcpy(mapped.pData, vertices.data(), bytes);
-    d.context->Unmap(d.stream, 0);
-    const bool lines = primitive != PaintPrimitive::kTriangles;
-    if (lines && d.program == PaintProgram::kHudFlat) {
-        const fur_hlsl::Program& p = fur_hlsl::D3D11LineProgram();
-        d.context->VSSetShader(d.vertexShaders[p.vertex], nullptr, 0);
-        d.context->PSSetShader(d.pixelShaders[p.pixel], nullptr, 0);
-    }
+    void* mapped = nullptr;
+    if (!d.Check(Api::MapDiscard(d.context, d.stream, &mapped))) return;
+    std::memcpy(mapped, vertices.data(), bytes);
+    Api::Unmap(d.context, d.stream);
+    // The flat HUD program draws its lines with the lines' own pair.
+    const bool lines = primitive != PaintPrimitive::kTriangles && d.program == PaintProgram::kHudFlat;
+    if (lines) Api::SetShaders(d.context, d.lines.vs, d.lines.ps);
     const UINT stride = sizeof(PaintVertex), offset = 0;
     d.context->IASetVertexBuffers(0, 1, &d.stream, &stride, &offset);
-    d.context->IASetPrimitiveTopology(primitive == PaintPrimitive::kTriangles ? D3D11_PRIMITIVE_TOPOLOGY_TRIANGLELIST
-                                      : primitive == PaintPrimitive::kLineStrip ? D3D11_PRIMITIVE_TOPOLOGY_LINESTRIP
-                                                                                : D3D11_PRIMITIVE_TOPOLOGY_LINELIST);
+    d.context->IASetPrimitiveTopology(fur_d3d::ToTopology(primitive));
     d.context->Draw(static_cast<UINT>(vertices.size()), 0);
-    if (lines && d.program == PaintProgram::kHudFlat) UseProgram(PaintProgram::kHudFlat, PaintBlend::kAlpha, false, false);
+    if (lines) {
+        const typename Device::Bound& flat = d.passes[static_cast<int>(PaintProgram::kHudFlat)];
+        Api::SetShaders(d.context, flat.vs, flat.ps);
+    }
 }
 
-void cLm4DDemo_D3D11::ClearBackBuffer(const float rgba[4]) {
+template <class Api>
+void D3DFurDevice<Api>::ClearBackBuffer(const float rgba[4]) {
     Device& d = *d_;
     d.context->OMSetRenderTargets(1, &d.backView, d.depthView);
     d.context->ClearRenderTargetView(d.backView, rgba);
 }
 
-void cLm4DDemo_D3D11::PresentBackBuffer() {
+template <class Api>
+void D3DFurDevice<Api>::PresentBackBuffer() {
     Device& d = *d_;
     if (!d.swapChain || d.lost) return;
     d.Check(d.swapChain->Present(0, 0));
 }
 
-bool cLm4DDemo_D3D11::ReadBackBuffer(std::string* rgba) {
+template <class Api>
+bool D3DFurDevice<Api>::ReadBackBuffer(std::string* rgba) {
     Device& d = *d_;
-    D3D11_TEXTURE2D_DESC td{};
+    if (!d.backBuffer || d.lost) return false;
+    typename Api::Texture2DDesc td{};
     d.backBuffer->GetDesc(&td);
-    td.Usage = D3D11_USAGE_STAGING;
+    td.Usage = Api::kUsageStaging;
     td.BindFlags = 0;
-    td.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+    td.CPUAccessFlags = Api::kCpuRead;
     td.MiscFlags = 0;
-    ID3D11Texture2D* staging = nullptr;
+    typename Api::Texture2D* staging = nullptr;
     if (FAILED(d.device->CreateTexture2D(&td, nullptr, &staging))) return false;
     d.context->CopyResource(staging, d.backBuffer);
-    D3D11_MAPPED_SUBRESOURCE mapped{};
-    bool ok = d.Check(d.context->Map(staging, 0, D3D11_MAP_READ, 0, &mapped));
+    void* mapped = nullptr;
+    UINT pitch = 0;
+    const bool ok = d.Check(Api::MapRead(d.context, staging, &mapped, &pitch));
     if (ok) {
-        const size_t row = static_cast<size_t>(d.width) * 4;
-        rgba->assign(row * d.height, '\0');
-        for (int y = 0; y < d.height; ++y)
-            std::memcpy(&(*rgba)[y * row], static_cast<const char*>(mapped.pData) + static_cast<size_t>(y) * mapped.RowPitch,
-                        row);
-        d.context->Unmap(staging, 0);
+        fur_d3d::PackRows(mapped, pitch, d.width, d.height, rgba);
+        Api::Unmap(d.context, staging);
     }
     staging->Release();
     return ok;
 }
+
+template class D3DFurDevice<D3D10Api>;
+template class D3DFurDevice<D3D11Api>;
+
+cLm4DDemo_D3D10::cLm4DDemo_D3D10() { api_id = 10; }
+cLm4DDemo_D3D10::~cLm4DDemo_D3D10() = default;
+
+cLm4DDemo_D3D11::cLm4DDemo_D3D11() { api_id = 11; }
+cLm4DDemo_D3D11::~cLm4DDemo_D3D11() = default;

@@ -4,6 +4,7 @@
 #include "tests/fur/fur_gl.h"
 #if defined(_WIN32)
 #include "tests/fur/fur_d3d11.h"
+#include "tests/fur/fur_d3d9.h"
 #endif
 
 std::unique_ptr<cLm4DDemo> CreateFurDemo(DemoClass demoClass) {
@@ -12,8 +13,8 @@ std::unique_ptr<cLm4DDemo> CreateFurDemo(DemoClass demoClass) {
         case DemoClass::OpenGL3: return std::make_unique<cLm4DDemo_OpenGL_3>();
         case DemoClass::OpenGL4: gEventLog.Write("OpenGL 4: this build has no OpenGL 4 benchmark yet."); break;
 #if defined(_WIN32)
-        case DemoClass::D3D9: gEventLog.Write("Direct3D 9: this build has no Direct3D 9 back-end yet."); break;
-        case DemoClass::D3D10: gEventLog.Write("Direct3D 10: this build has no Direct3D 10 back-end yet."); break;
+        case DemoClass::D3D9: return std::make_unique<cLm4DDemo_D3D9>();
+        case DemoClass::D3D10: return std::make_unique<cLm4DDemo_D3D10>();
         case DemoClass::D3D11: return std::make_unique<cLm4DDemo_D3D11>();
 #else
         case DemoClass::D3D9: gEventLog.Write("Direct3D 9 is available in the Windows build only."); break;

@@ -8,6 +8,12 @@
 
 #include "platform/render_target.h"
 
+// <windows.h> renames DrawText to DrawTextA; the operation keeps its name
+// whichever header came first.
+#ifdef DrawText
+#undef DrawText
+#endif
+
 class cLm4DDemo {
 public:
     cLm4DDemo() = default;
