@@ -64,12 +64,15 @@ function(ard_add_unit_test name)
   target_link_libraries(${name} PRIVATE ${T_LIBS} ${ARD_GTEST_LIBS} ${ARD_STATIC_RUNTIME})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   if(WIN32)
+    # One CTest test runs the whole program, so its output is every case of
+    # it: only the failures are printed, or a long passing list would bury
+    # them (and CI logs are cut).
     if(ARD_WINE_RUN)
-      add_test(NAME ${name} COMMAND ${ARD_WINE_RUN} $<TARGET_FILE:${name}>
+      add_test(NAME ${name} COMMAND ${ARD_WINE_RUN} $<TARGET_FILE:${name}> --gtest_brief=1
                WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
       set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine)
     else()
-      add_test(NAME ${name} COMMAND ${name} WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
+      add_test(NAME ${name} COMMAND ${name} --gtest_brief=1 WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
     endif()
   else()
     gtest_discover_tests(${name} WORKING_DIRECTORY ${CMAKE_BINARY_DIR} DISCOVERY_TIMEOUT 30)

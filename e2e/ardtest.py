@@ -1,10 +1,14 @@
 """Helpers for the end-to-end tests: run the real program the way a user does,
 from its own program folder, and read what it leaves behind."""
+import itertools
 import os
+import re
 import shutil
 import struct
 import subprocess
+import sys
 import tempfile
+import time
 import unittest
 import zlib
 
@@ -30,30 +34,73 @@ class Install:
         data = os.path.join(BUILD, "data")
         if os.path.isdir(data):
             shutil.copytree(data, os.path.join(self.program_dir, "data"))
+        self._starts = itertools.count(1)
+        self.echo_reports = True
+        self._outputs = {}
 
     def path(self, *parts):
         return os.path.join(self.program_dir, *parts)
 
     def run(self, *args, env=None, timeout=60):
+        """Runs the program to its end, like subprocess.run with its output
+        captured. A run still going after timeout seconds fails with where
+        each of its threads waits, taken before it is killed."""
         e = dict(os.environ)
         e.pop("DISPLAY", None)
         e.pop("WAYLAND_DISPLAY", None)
         if env:
             e.update(env)
-        return subprocess.run([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
-                              capture_output=True, text=True, timeout=timeout, env=e)
+        p = subprocess.Popen([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
+                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, errors="replace", env=e)
+        try:
+            out, err = p.communicate(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            report = describe_run(self, p)
+            p.kill()
+            out, err = p.communicate()
+            report = "the program did not end within %d s: %s\n%s\n--- standard error (end):\n%s" % (
+                timeout, " ".join(args), report, _tail(err, 40))
+            self.echo(report)
+            raise RunFailed(report)
+        return subprocess.CompletedProcess(p.args, p.returncode, out, err)
 
     def start(self, *args, env=None):
         """Starts the program without waiting for it (for runs that are
-        stopped by a signal or by keys)."""
+        stopped by a signal or by keys). Its output goes to files (see
+        output()), never to pipes nobody reads while it runs: a full pipe
+        would stop the program in its next write."""
         e = dict(os.environ)
         if env is None:
             e.pop("DISPLAY", None)
             e.pop("WAYLAND_DISPLAY", None)
         else:
             e.update(env)
-        return subprocess.Popen([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=e)
+        n = next(self._starts)
+        paths = (os.path.join(self.root, "stdout-%d.txt" % n), os.path.join(self.root, "stderr-%d.txt" % n))
+        with open(paths[0], "wb") as out, open(paths[1], "wb") as err:
+            p = subprocess.Popen([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
+                                 stdout=out, stderr=err, env=e)
+        self._outputs[p.pid] = paths
+        return p
+
+    def echo(self, report):
+        """Writes a failed run's report at once as well: a suite stopped by
+        its time limit never prints the failures it collected. Tests of the
+        reports themselves turn it off (echo_reports)."""
+        if self.echo_reports:
+            sys.stderr.write("\n=== run report\n%s\n===\n" % report)
+            sys.stderr.flush()
+
+    def output(self, proc):
+        """What a program begun with start() wrote so far: (stdout, stderr)."""
+        texts = []
+        for path in self._outputs.get(proc.pid, ()):
+            try:
+                with open(path, encoding="latin-1") as f:
+                    texts.append(f.read())
+            except OSError:
+                texts.append("")
+        return tuple(texts) if texts else ("", "")
 
     def log_lines(self):
         with open(os.path.join(self.work_dir, "ardentium_log.txt"), encoding="latin-1") as f:
@@ -62,6 +109,14 @@ class Install:
     def messages(self):
         """The log's messages without their time-and-number prefix."""
         return [line.split(" >> ", 1)[1] for line in self.log_lines()]
+
+    def messages_so_far(self):
+        """The messages of a run still going: none before the log exists,
+        and a line still being written is left out."""
+        try:
+            return [line.split(" >> ", 1)[1] for line in self.log_lines() if " >> " in line]
+        except FileNotFoundError:
+            return []
 
     def cleanup(self):
         shutil.rmtree(self.root, ignore_errors=True)
@@ -86,11 +141,176 @@ def start_xvfb(test):
     return ":" + number
 
 
+class RunFailed(AssertionError):
+    """A run that did not do what the test waited for, with what is known
+    about it."""
+
+
+def _tail(text, count):
+    lines = (text or "").splitlines()
+    return "\n".join(lines[-count:]) if lines else "(nothing)"
+
+
+def _thread_samples(pid):
+    """{thread id: (name, scheduler state, processor seconds, kernel wait)}."""
+    task = "/proc/%d/task" % pid
+    try:
+        tids = os.listdir(task)
+    except OSError:
+        return {}
+    tick = os.sysconf("SC_CLK_TCK")
+    samples = {}
+    for tid in tids:
+        try:
+            with open(os.path.join(task, tid, "stat")) as f:
+                stat = f.read()
+            with open(os.path.join(task, tid, "wchan")) as f:
+                wchan = f.read().strip() or "-"
+        except OSError:
+            continue  # the thread ended meanwhile
+        fields = stat[stat.rindex(")") + 2:].split()
+        cpu = (int(fields[11]) + int(fields[12])) / tick
+        samples[int(tid)] = (stat[stat.index("(") + 1:stat.rindex(")")], fields[0], cpu, wchan)
+    return samples
+
+
+def thread_states(pid, interval=3.0):
+    """One line per thread of a live process: id, name, scheduler state, the
+    processor time it has used and how much of it in the last interval
+    seconds. Threads that wait and gain nothing are blocked; a busy one is
+    slow, not hung."""
+    before = _thread_samples(pid)
+    time.sleep(interval)
+    after = _thread_samples(pid)
+    if not after:
+        return "(no threads to read)"
+    lines = []
+    for tid in sorted(after):
+        name, state, cpu, wchan = after[tid]
+        gained = cpu - before[tid][2] if tid in before else cpu
+        lines.append("%7d %-16s %s cpu=%7.2fs (+%.2fs in %.0fs) wchan=%s" % (tid, name, state, cpu, gained,
+                                                                            interval, wchan))
+    return "\n".join(lines)
+
+
+GDB_TIMEOUT = 180
+
+
+def thread_backtraces(pid, timeout=GDB_TIMEOUT):
+    """The stack of every thread of a live process, read by attaching gdb;
+    what went wrong instead when that is not possible."""
+    cmd = ["gdb", "-nx", "-batch", "-p", str(pid), "-ex", "set pagination off", "-ex", "thread apply all bt"]
+    try:
+        r = subprocess.run(cmd, capture_output=True, text=True, errors="replace", timeout=timeout,
+                           stdin=subprocess.DEVNULL)
+    except FileNotFoundError:
+        return "(no gdb to read the threads' stacks with)"
+    except subprocess.TimeoutExpired:
+        return "(gdb gave no stacks within %d s)" % timeout
+    noise = ("[New LWP", "[Thread debugging", "Using host libthread_db", "[Inferior ", "warning: ")
+    text = "\n".join(l for l in r.stdout.splitlines() if not l.startswith(noise)).strip()
+    if "#0" not in text:
+        text = "(gdb read no stacks: exit code %d)\n%s\n%s" % (r.returncode, text, _tail(r.stderr, 20))
+    return text
+
+
+def describe_run(inst, proc, titles=None, log_lines=80):
+    """What a failed wait knows about a run: whether the program still runs,
+    the titles its window had, its event log and, while it runs, each
+    thread's state and stack (so a hang shows where it waits)."""
+    parts = []
+    code = proc.poll()
+    if code is None:
+        parts.append("--- the program (pid %d) is still running" % proc.pid)
+    else:
+        parts.append("--- the program (pid %d) has ended with exit code %d" % (proc.pid, code))
+    if titles is not None:
+        parts.append("--- window titles seen: %s" % (", ".join(repr(t) for t in titles) or "none"))
+    try:
+        log = inst.log_lines()
+        parts.append("--- event log (%d lines%s):" % (len(log), ", the last %d" % log_lines if len(log) > log_lines
+                                                       else ""))
+        parts.append("\n".join(log[-log_lines:]) or "(empty)")
+    except FileNotFoundError:
+        parts.append("--- no event log in %s" % inst.work_dir)
+    if code is None:
+        parts.append("--- threads (id, name, state, processor time):")
+        parts.append(thread_states(proc.pid))
+        parts.append("--- stacks:")
+        parts.append(thread_backtraces(proc.pid))
+    if proc.pid in inst._outputs:
+        out, err = inst.output(proc)
+        parts.append("--- standard error (end):\n%s" % _tail(err, 40))
+    return "\n".join(parts)
+
+
 class E2ETest(unittest.TestCase):
+    # A frame on a software renderer sharing two processors with other
+    # tests can take many seconds; waits are generous and a failed wait says
+    # what the program was doing.
+    WAIT = 90
+
     def install(self, **kw):
         inst = Install(**kw)
         self.addCleanup(inst.cleanup)
         return inst
+
+    def fail_run(self, inst, proc, what, titles=None):
+        """Fails the test with what is known about the run, then ends the
+        program if it still runs."""
+        report = what + "\n" + describe_run(inst, proc, titles)
+        if proc.poll() is None:
+            proc.kill()
+            proc.wait(timeout=30)
+        inst.echo(report)
+        raise RunFailed(report)
+
+    def wait_exit(self, inst, proc, timeout=WAIT):
+        """The program's exit code, or a failure saying where it hangs."""
+        try:
+            return proc.wait(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            self.fail_run(inst, proc, "the program did not end within %d s" % timeout)
+
+    def wait_message(self, inst, proc, predicate, what, timeout=WAIT):
+        """Waits until a message of the event log satisfies predicate, and
+        returns the messages; fails early when the program ends first."""
+        deadline = time.time() + timeout
+        while True:
+            msgs = inst.messages_so_far()
+            if any(predicate(m) for m in msgs):
+                return msgs
+            if proc.poll() is not None:
+                self.fail_run(inst, proc, "the program ended before the log said %s" % what)
+            if time.time() > deadline:
+                self.fail_run(inst, proc, "no %s in the log within %d s" % (what, timeout))
+            time.sleep(0.2)
+
+    def wait_title(self, display, inst, proc, pattern, timeout=WAIT):
+        """Waits for a window on display whose title matches pattern and
+        returns (window id, title); fails early when the program ends first."""
+        env = dict(os.environ, DISPLAY=display)
+
+        def xdo(*args):
+            try:
+                return subprocess.run(["xdotool", *args], env=env, capture_output=True, text=True,
+                                      timeout=20).stdout
+            except subprocess.TimeoutExpired:
+                return ""  # a busy X server: asked again on the next round
+        seen = []
+        deadline = time.time() + timeout
+        while True:
+            for wid in xdo("search", "--name", "Ardentium").split():
+                name = xdo("getwindowname", wid).strip()
+                if name and name not in seen:
+                    seen.append(name)
+                if re.match(pattern, name):
+                    return wid, name
+            if proc.poll() is not None:
+                self.fail_run(inst, proc, "the program ended without a window titled %r" % pattern, seen)
+            if time.time() > deadline:
+                self.fail_run(inst, proc, "no window titled %r within %d s" % (pattern, timeout), seen)
+            time.sleep(0.3)
 
 
 def read_png(path):

@@ -100,26 +100,30 @@ class FurFrames(E2ETest):
         self.assertIn("Main render thread - benchmark finished - exit ok.", msgs)
         self.assertLess(mean_abs_diff(sharp, msaa, SCENE), 6.0)
 
-    @unittest.skip("intermittent on llvmpipe: a 200-shell burn-in frame sometimes never completes "
-                   "(the render thread waits in the driver); under investigation")
+    # Stopped 8 s in, the render thread usually ends within 1 to 9 s; about
+    # one run in ten it was still drawing when the program gave up on it at
+    # exit (31 s), always with a rasterizer thread of llvmpipe running and
+    # gaining processor time. Single frames of the fur scene are known to take
+    # minutes on llvmpipe at some animation times and view sizes (8.32 s at
+    # 320x180, not at 320x181), which may be the same thing.
+    @unittest.skip("a burn-in frame on llvmpipe sometimes takes longer than the program's exit waits "
+                   "for it (rasterizer threads busy, not stuck); cause not yet known")
     def test_xtreme_burn_in_warns_on_screen(self):
         inst = self.install()
         p = inst.start("/display_gui=0", "/test3d=2003", "/run_mode=2", "/width=400", "/height=%d" % H,
                        "/headless", "/xtreme_burn_in", "/render_a_logo=0", "/screenshot=shot.png")
-        deadline = time.time() + 120
-        while time.time() < deadline:
-            try:
-                if any("context init ok." in m for m in inst.messages()):
-                    break
-            except (FileNotFoundError, IndexError):
-                pass
-            time.sleep(0.3)
+        self.addCleanup(lambda: p.poll() is None and p.kill())
+        self.wait_message(inst, p, lambda m: "context init ok." in m, "context init", timeout=120)
         # Past the first frames (a software renderer compiles its shaders
         # on first use), then stop as a user would.
         time.sleep(8)
         p.send_signal(signal.SIGINT)
-        self.assertEqual(p.wait(timeout=120), 0)
-        self.assertIn("Main render thread - demo finished - exit ok.", inst.messages())
+        # The program waits 31 s for its render thread before it gives up
+        # and exits; a render thread still busy is reported before then,
+        # with every thread's state and stack.
+        self.wait_message(inst, p, lambda m: m == "Main render thread - demo finished - exit ok.",
+                          "the render thread's end", timeout=30)
+        self.assertEqual(self.wait_exit(inst, p, timeout=60), 0)
         w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
         red = count_pixels(rows, (0, 5, w, 25), lambda r, g, b: r > 150 and g < 80 and b < 80)
         self.assertGreater(red, 60)

@@ -8,7 +8,6 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 from ardtest import BUILD, E2ETest, count_pixels, read_png, start_xvfb
@@ -41,7 +40,7 @@ class MonitorRuns(E2ETest):
     def test_report_temperature_log_and_meters_with_fake_boards(self):
         inst = self.install()
         env = self.fake_env(amd_boards=2, nvidia=True)
-        r = inst.run("/display_gui=0", "/test3d=2003", "/run_mode=1", "/max_time=3000", "/width=320", "/height=240",
+        r = inst.run("/display_gui=0", "/test3d=2003", "/animation_time=3.0", "/run_mode=1", "/max_time=3000", "/width=320", "/height=240",
                      "/headless", "/log_temperature", "/screenshot=shot.png", env=env, timeout=300)
         self.assertEqual(r.returncode, 0, r.stderr)
         msgs = inst.messages()
@@ -102,23 +101,12 @@ class MonitorRuns(E2ETest):
         inst = self.install()
         env = self.fake_env(amd_boards=2)
         env["DISPLAY"] = display
-        p = inst.start("/display_gui=0", "/test3d=2003", "/run_mode=2", "/width=320", "/height=180", env=env)
+        p = inst.start("/display_gui=0", "/test3d=2003", "/animation_time=3.0", "/run_mode=2", "/width=320", "/height=180", env=env)
         self.addCleanup(lambda: p.poll() is None and p.kill())
-        xenv = dict(os.environ, DISPLAY=display)
-        title = ""
-        deadline = time.time() + 90
-        while time.time() < deadline and not re.search(r"GPU1 temp: \d+$", title):
-            ids = subprocess.run(["xdotool", "search", "--name", "Ardentium"], env=xenv, capture_output=True,
-                                 text=True).stdout.split()
-            for wid in ids:
-                title = subprocess.run(["xdotool", "getwindowname", wid], env=xenv, capture_output=True,
-                                       text=True).stdout.strip()
-                if title.startswith("Ardentium - Furry"):
-                    wid_found = wid
-            time.sleep(0.5)
+        wid, title = self.wait_title(display, inst, p, r"^Ardentium - Furry.*GPU1 temp: \d+$")
         self.assertRegex(title, r"^Ardentium - Furry VXA GL2 - FPS=\d+, GPU1 temp: \d+$")
-        subprocess.run(["xdotool", "key", "--window", wid_found, "Escape"], env=xenv, timeout=20)
-        self.assertEqual(p.wait(timeout=60), 0)
+        subprocess.run(["xdotool", "key", "--window", wid, "Escape"], env=dict(os.environ, DISPLAY=display), timeout=20)
+        self.assertEqual(self.wait_exit(inst, p), 0)
 
 
 if __name__ == "__main__":
