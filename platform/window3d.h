@@ -63,6 +63,11 @@ public:
 void PostCloseToUi();
 // Ends the UI loop (PostQuitMessage).
 void PostQuitToUi();
+// For the UI thread while it waits for the render thread: handles the
+// messages other threads send to its windows and wait on (a graphics driver
+// presenting into the window may), and nothing posted, so no key or close
+// request is acted on inside the wait. Then sleeps for ms.
+void WaitServingSentMessages(unsigned ms);
 // Runs the UI thread's loop until PostQuitToUi.
 void RunUiLoop(UiEvents& events);
 // Interrupt and termination (Ctrl+C, SIGINT, SIGTERM) act like the Escape key.

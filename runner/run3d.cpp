@@ -124,7 +124,7 @@ bool Kill3DRun() {
         // than holding the user's window hostage.
         auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1000);
         while (!RunControl.render_thread_done && std::chrono::steady_clock::now() < until)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            platform::WaitServingSentMessages(1);
         if (RunControl.render_thread_done)
             gRun.thread.join();
         else
@@ -159,7 +159,7 @@ void Close3DRun() {
 bool WaitForRenderThreadEnd(unsigned ms) {
     auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (!RunControl.render_thread_done && std::chrono::steady_clock::now() < until)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        platform::WaitServingSentMessages(5);
     if (RunControl.render_thread_done) gRun.retired.reset();
     return RunControl.render_thread_done;
 }

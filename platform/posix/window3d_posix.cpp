@@ -208,6 +208,9 @@ bool DisplayModeChanged() { return gModeChanged; }
 void PostCloseToUi() { gPendingCloses.fetch_add(1); }
 void PostQuitToUi() { gQuit = true; }
 
+// No window system call here waits on the UI thread: a plain sleep.
+void WaitServingSentMessages(unsigned ms) { SleepMs(ms); }
+
 void InstallStopRequestHandlers() {
     struct sigaction sa {};
     sa.sa_handler = OnStopSignal;

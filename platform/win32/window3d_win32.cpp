@@ -255,6 +255,14 @@ void PostCloseToUi() {
 
 void PostQuitToUi() { PostQuitMessage(0); }
 
+void WaitServingSentMessages(unsigned ms) {
+    MSG msg;
+    // Peeking for sent messages only delivers them; posted ones stay queued.
+    PeekMessageA(&msg, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, ms, QS_SENDMESSAGE);
+    PeekMessageA(&msg, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+}
+
 void InstallStopRequestHandlers() {
     gUiThread = GetCurrentThreadId();
     SetConsoleCtrlHandler(ConsoleStop, TRUE);
