@@ -11,6 +11,7 @@
 #include "runner/run_stats.h"
 #include "platform/compiler.h"
 #include "runner/catalogue.h"
+#include "tests/fur/gpu_readings.h"
 
 namespace {
 
@@ -111,4 +112,47 @@ void FurDemoBase::SampleTemperatures() {
 void FurDemoBase::CloseTemperatureLog() {
     if (temperatureLog_) temperatureLog_->Close();
     temperatureLog_.reset();
+}
+
+HudFrame FurDemoBase::CurrentHud(int width, int height) const {
+    std::vector<GpuReading> gpus;
+    const bool snapshot = CurrentGpuReadings(&gpus);
+    for (size_t i = 0; i < gpus.size() && static_cast<int>(i) < history_.gpuCount(); ++i)
+        gpus[i].hasHistory = !history_.history(static_cast<int>(i)).empty() &&
+                             history_.history(static_cast<int>(i)).front().celsius > 0.0f;
+    return BuildHud(CurrentHudInput(*this, width, height, monitor::AdapterText(), snapshot, gpus));
+}
+
+std::vector<FurDemoBase::GraphDraw> FurDemoBase::GraphDraws(const HudFrame& hud, int width, int height) {
+    std::vector<GraphDraw> draws;
+    for (int gpu : hud.graphs) {
+        if (gpu >= history_.gpuCount()) continue;
+        while (static_cast<int>(graphs_.size()) <= gpu) graphs_.emplace_back(kGraphPoints);
+        monitor::GraphGeometry g =
+            graphs_[static_cast<size_t>(gpu)].Compute(history_.history(gpu), gpu, static_cast<float>(width),
+                                                      static_cast<float>(height),
+                                                      AtomicLoad(StartupOptions.gpu_temp_graph.shown),
+                                                      static_cast<float>(hud.graphOffsetPerGpu * gpu));
+        if (g.empty) continue;
+        // The graph's coordinates are centred on the view with y up.
+        const float cx = width * 0.5f, cy = height * 0.5f;
+        auto px = [&](float x) { return cx + x; };
+        auto py = [&](float y) { return cy - y; };
+        GraphDraw d;
+        d.frame = {px(g.left), py(g.bottom), px(g.right), py(g.bottom), px(g.right), py(g.top), px(g.left), py(g.top)};
+        for (int c = 0; c < 4; ++c) d.lineColor[c] = g.color[c];
+        for (int c = 0; c < 3; ++c) d.frameColor[c] = g.color[c];
+        d.frameColor[3] = 0.35f;
+        d.drawLine = g.drawLine;
+        if (g.drawLine) {
+            for (size_t k = 0; k < g.xs.size() && k < g.ys.size(); ++k) d.line.insert(d.line.end(), {px(g.xs[k]), py(g.ys[k])});
+            d.minimumMark = {px(g.left), py(g.minimumMarkY), px(g.right), py(g.minimumMarkY)};
+        }
+        d.labelX = static_cast<int>(g.labelX);
+        d.labelY = height - static_cast<int>(g.labelY);
+        d.labelColor = Color4{g.labelColor[0], g.labelColor[1], g.labelColor[2], g.labelColor[3]};
+        d.label = g.label;
+        draws.push_back(std::move(d));
+    }
+    return draws;
 }

@@ -9,6 +9,7 @@
 
 #include "monitor/temperature.h"
 #include "render/image.h"
+#include "tests/fur/indicators.h"
 #include "tests/fur/fur_scene.h"
 #include "tests/fur/lm4d_demo.h"
 
@@ -39,6 +40,24 @@ public:
     void CloseTemperatureLog();
     const monitor::TemperatureHistory& TemperatureHistory() const { return history_; }
 
+    // This frame's HUD for a view of the given size, from the monitor's
+    // latest readings.
+    HudFrame CurrentHud(int width, int height) const;
+
+    // One GPU's temperature graph in view pixels (y down): its frame as the
+    // four corners of a closed loop, the history as a strip and the line of
+    // the lowest temperature (the last two only when drawLine), and its label.
+    struct GraphDraw {
+        std::vector<float> frame, line, minimumMark;  // x, y pairs
+        float frameColor[4];
+        float lineColor[4];
+        bool drawLine = false;
+        int labelX = 0, labelY = 0;
+        Color4 labelColor;
+        std::string label;
+    };
+    std::vector<GraphDraw> GraphDraws(const HudFrame& hud, int width, int height);
+
 protected:
     FurScene scene_;
     float elapsed_ = 0.0f;
@@ -50,4 +69,9 @@ protected:
     Image gpuLogo_;
     monitor::TemperatureHistory history_;
     std::unique_ptr<monitor::TemperatureLog> temperatureLog_;
+
+private:
+    // One temperature graph per GPU, made on its first draw.
+    static constexpr int kGraphPoints = 300;
+    std::vector<monitor::TemperatureGraph> graphs_;
 };

@@ -83,9 +83,6 @@ private:
     bool postActive_ = false;
     int lastBinds_ = 0;
     bool smallText_ = false;  // DrawText uses the small face for the panels
-    // One temperature graph per GPU, made on its first draw.
-    static constexpr int kGraphPoints = 300;
-    std::vector<monitor::TemperatureGraph> graphs_;
 };
 
 class cLm4DDemo_OpenGL_2 : public cLm4DDemo_GL {

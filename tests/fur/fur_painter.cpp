@@ -326,44 +326,20 @@ void FurPainter::DrawLines(const std::vector<float>& xy, PaintPrimitive primitiv
 }
 
 void FurPainter::DrawTemperatureGraphs(const HudFrame& hud) {
-    const monitor::TemperatureHistory& history = TemperatureHistory();
-    for (int gpu : hud.graphs) {
-        if (gpu >= history.gpuCount()) continue;
-        while (static_cast<int>(graphs_.size()) <= gpu) graphs_.emplace_back(kGraphPoints);
-        monitor::GraphGeometry g =
-            graphs_[static_cast<size_t>(gpu)].Compute(history.history(gpu), gpu, static_cast<float>(width_),
-                                                      static_cast<float>(height_),
-                                                      AtomicLoad(StartupOptions.gpu_temp_graph.shown),
-                                                      static_cast<float>(hud.graphOffsetPerGpu * gpu));
-        if (g.empty) continue;
-        // The graph's coordinates are centred on the view with y up.
-        const float cx = width_ * 0.5f, cy = height_ * 0.5f;
-        auto px = [&](float x) { return cx + x; };
-        auto py = [&](float y) { return cy - y; };
-        const float frameColor[4] = {g.color[0], g.color[1], g.color[2], 0.35f};
-        DrawLines({px(g.left), py(g.bottom), px(g.right), py(g.bottom), px(g.right), py(g.top), px(g.left), py(g.top),
-                   px(g.left), py(g.bottom)},
-                  PaintPrimitive::kLineStrip, frameColor);
+    for (const GraphDraw& g : GraphDraws(hud, width_, height_)) {
+        std::vector<float> frame = g.frame;  // closed: back to the first corner
+        frame.insert(frame.end(), {g.frame[0], g.frame[1]});
+        DrawLines(frame, PaintPrimitive::kLineStrip, g.frameColor);
         if (g.drawLine) {
-            std::vector<float> line;
-            for (size_t k = 0; k < g.xs.size() && k < g.ys.size(); ++k) line.insert(line.end(), {px(g.xs[k]), py(g.ys[k])});
-            DrawLines(line, PaintPrimitive::kLineStrip, g.color);
-            DrawLines({px(g.left), py(g.minimumMarkY), px(g.right), py(g.minimumMarkY)}, PaintPrimitive::kLines,
-                      frameColor);
+            DrawLines(g.line, PaintPrimitive::kLineStrip, g.lineColor);
+            DrawLines(g.minimumMark, PaintPrimitive::kLines, g.frameColor);
         }
-        DrawText(static_cast<int>(g.labelX), height_ - static_cast<int>(g.labelY),
-                 Color4{g.labelColor[0], g.labelColor[1], g.labelColor[2], g.labelColor[3]}, g.label.c_str());
+        DrawText(g.labelX, g.labelY, g.labelColor, g.label.c_str());
     }
 }
 
 void FurPainter::DrawHud() {
-    std::vector<GpuReading> gpus;
-    const bool snapshot = CurrentGpuReadings(&gpus);
-    const monitor::TemperatureHistory& history = TemperatureHistory();
-    for (size_t i = 0; i < gpus.size() && static_cast<int>(i) < history.gpuCount(); ++i)
-        gpus[i].hasHistory = !history.history(static_cast<int>(i)).empty() &&
-                             history.history(static_cast<int>(i)).front().celsius > 0.0f;
-    HudFrame hud = BuildHud(CurrentHudInput(*this, width_, height_, monitor::AdapterText(), snapshot, gpus));
+    HudFrame hud = CurrentHud(width_, height_);
     BeginOverlay();
     for (const HudRect& r : hud.bars) DrawQuad(r.x, r.y, r.w, r.h, r.color);
     if (gpuLogoTex_) {

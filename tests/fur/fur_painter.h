@@ -146,6 +146,4 @@ private:
     bool postActive_ = false;
     bool smallText_ = false;
     int lastBinds_ = 0;
-    static constexpr int kGraphPoints = 300;
-    std::vector<monitor::TemperatureGraph> graphs_;
 };
