@@ -317,7 +317,7 @@ bool D3DFurDevice<Api>::CreatePrograms(int radialBlurSamples) {
 }
 
 template <class Api>
-FurPainter::TextureId D3DFurDevice<Api>::CreateTexture(const std::vector<Image>& levels, bool repeat) {
+FurPainter::TextureId D3DFurDevice<Api>::CreateTexture(const std::vector<Image>& levels) {
     Device& d = *d_;
     if (levels.empty() || !d.device) return 0;
     typename Api::Texture2DDesc td{};
@@ -341,7 +341,6 @@ FurPainter::TextureId D3DFurDevice<Api>::CreateTexture(const std::vector<Image>&
         gEventLog.Write("%s: texture creation failed (%dx%d).", Api::kName, levels[0].width, levels[0].height);
         return 0;
     }
-    (void)repeat;  // addressing is the sampler's: the programs pick wrap or clamp
     d.textures.push_back(t);
     return static_cast<TextureId>(d.textures.size());
 }

@@ -29,7 +29,7 @@ protected:
     bool CreatePrograms(int radialBlurSamples) override;
     void DestroyDevice() override;
     bool HasDevice() const override;
-    TextureId CreateTexture(const std::vector<Image>& levels, bool repeat) override;
+    TextureId CreateTexture(const std::vector<Image>& levels) override;
     void FreeTexture(TextureId texture) override;
     MeshId CreateMesh(const Mesh& mesh) override;
     bool CreatePostTarget() override;

@@ -391,9 +391,8 @@ bool cLm4DDemo_D3D9::CreatePrograms(int radialBlurSamples) {
     return true;
 }
 
-FurPainter::TextureId cLm4DDemo_D3D9::CreateTexture(const std::vector<Image>& levels, bool repeat) {
+FurPainter::TextureId cLm4DDemo_D3D9::CreateTexture(const std::vector<Image>& levels) {
     Device& d = *d_;
-    (void)repeat;  // addressing is the sampler's: each technique picks wrap or clamp
     if (levels.empty() || !d.device) return 0;
     const Image& base = levels[0];
     IDirect3DTexture9* texture = nullptr;

@@ -72,11 +72,11 @@ const float kWhite[4] = {1.0f, 1.0f, 1.0f, 1.0f};
 
 FurPainter::~FurPainter() = default;
 
-FurPainter::TextureId FurPainter::Upload(const Image& picture, bool mipmapped, bool repeat) {
+FurPainter::TextureId FurPainter::Upload(const Image& picture, bool mipmapped) {
     if (picture.empty()) return 0;
     Image flipped = Flipped(picture);
-    if (mipmapped) return CreateTexture(MipChain(flipped), repeat);
-    return CreateTexture({flipped}, repeat);
+    if (mipmapped) return CreateTexture(MipChain(flipped));
+    return CreateTexture({flipped});
 }
 
 bool FurPainter::Init(const RenderTarget& target, int width, int height) {
@@ -96,8 +96,8 @@ bool FurPainter::Init(const RenderTarget& target, int width, int height) {
     quad.indices = {0, 1, 2, 0, 2, 3};
     quad_ = CreateMesh(quad);
 
-    bgTexture_ = Upload(background_, true, true);
-    furTexture_ = Upload(furColor_, true, true);
+    bgTexture_ = Upload(background_, true);
+    furTexture_ = Upload(furColor_, true);
     if (!bgTexture_) gEventLog.Write("Bkg texture loading failed (see the log file for more details).");
     if (!furTexture_) {
         gEventLog.Write("Fur texture loading failed (see the log file for more details).");
@@ -105,12 +105,12 @@ bool FurPainter::Init(const RenderTarget& target, int width, int height) {
         Image grey;
         grey.width = grey.height = 1;
         grey.rgba = {200, 200, 200, 255};
-        furTexture_ = CreateTexture({grey}, true);
+        furTexture_ = CreateTexture({grey});
     }
-    makerLogoTex_ = Upload(makerLogo_, false, false);
-    productLogoTex_ = Upload(productLogo_, false, false);
-    apiLogoTex_ = Upload(apiLogo_, false, false);
-    gpuLogoTex_ = Upload(gpuLogo_, false, false);
+    makerLogoTex_ = Upload(makerLogo_, false);
+    productLogoTex_ = Upload(productLogo_, false);
+    apiLogoTex_ = Upload(apiLogo_, false);
+    gpuLogoTex_ = Upload(gpuLogo_, false);
     if (!UploadDotTextures()) return false;
     postActive_ = CreatePostTarget();
 
@@ -119,8 +119,8 @@ bool FurPainter::Init(const RenderTarget& target, int width, int height) {
     if (fontFile.empty() || !font_.Build(fontFile, 15.0f, &error) || !smallFont_.Build(fontFile, 11.0f, &error)) {
         gEventLog.Write("HUD font \"Arial\" not available: %s", fontFile.empty() ? "no font file found" : error.c_str());
     } else {
-        fontTexture_ = CreateTexture({CoveragePicture(font_)}, false);
-        smallFontTexture_ = CreateTexture({CoveragePicture(smallFont_)}, false);
+        fontTexture_ = CreateTexture({CoveragePicture(font_)});
+        smallFontTexture_ = CreateTexture({CoveragePicture(smallFont_)});
     }
     gEventLog.Write("%s", InitLine());
     return true;
@@ -146,7 +146,7 @@ bool FurPainter::UploadDotTextures() {
         Image dots;
         dots.width = dots.height = set->size;
         dots.rgba = layer;
-        dotTextures_.push_back(CreateTexture(MipChain(dots), true));
+        dotTextures_.push_back(CreateTexture(MipChain(dots)));
     }
     return true;
 }
@@ -174,7 +174,7 @@ void FurPainter::Present() { PresentBackBuffer(); }
 void FurPainter::PendingCustomImages() {
     Image image;
     if (TakeCustomImage(CustomImageKind::kFur, &image)) {
-        if (TextureId t = Upload(image, true, true)) {
+        if (TextureId t = Upload(image, true)) {
             FreeTexture(furTexture_);
             furTexture_ = t;
         } else {
@@ -182,7 +182,7 @@ void FurPainter::PendingCustomImages() {
         }
     }
     if (TakeCustomImage(CustomImageKind::kBackground, &image)) {
-        if (TextureId t = Upload(image, true, true)) {
+        if (TextureId t = Upload(image, true)) {
             FreeTexture(bgTexture_);
             bgTexture_ = t;
         } else {

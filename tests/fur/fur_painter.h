@@ -96,8 +96,9 @@ protected:
     virtual bool HasDevice() const = 0;
     // Levels as given: level 0 first. The rows are in OpenGL's order
     // (bottom row first for pictures), so texture coordinates mean the same
-    // on every back-end.
-    virtual TextureId CreateTexture(const std::vector<Image>& levels, bool repeat) = 0;
+    // on every back-end. Wrapping or clamping is the program's choice (its
+    // sampler), not the texture's.
+    virtual TextureId CreateTexture(const std::vector<Image>& levels) = 0;
     virtual void FreeTexture(TextureId texture) = 0;
     virtual MeshId CreateMesh(const Mesh& mesh) = 0;
     // A colour target the size of the view for the post effect; false when
@@ -128,7 +129,7 @@ protected:
     int width_ = 0, height_ = 0;
 
 private:
-    TextureId Upload(const Image& picture, bool mipmapped, bool repeat);
+    TextureId Upload(const Image& picture, bool mipmapped);
     void PendingCustomImages();
     void DrawFrame();
     void DrawScene();
