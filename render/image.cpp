@@ -15,6 +15,15 @@
 #pragma GCC diagnostic pop
 #endif
 
+Image FlippedRows(const Image& picture) {
+    Image out = picture;
+    const size_t row = static_cast<size_t>(picture.width) * 4;
+    for (int y = 0; y < picture.height; ++y)
+        std::memcpy(&out.rgba[static_cast<size_t>(y) * row],
+                    &picture.rgba[static_cast<size_t>(picture.height - 1 - y) * row], row);
+    return out;
+}
+
 bool LoadImageFile(const std::string& path, Image* out, std::string* why) {
     *out = Image();
     int w = 0, h = 0, n = 0;

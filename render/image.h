@@ -11,6 +11,10 @@ struct Image {
     bool empty() const { return rgba.empty(); }
 };
 
+// The same picture with its rows in the opposite order: OpenGL-style
+// textures start with the bottom row.
+Image FlippedRows(const Image& picture);
+
 // False (and an empty image) when the file cannot be read or decoded; *why
 // says which, for the log.
 bool LoadImageFile(const std::string& path, Image* out, std::string* why = nullptr);

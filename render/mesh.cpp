@@ -244,3 +244,10 @@ Mesh MeshFromArrays(const float* vertices, int numVertices, const uint32_t* face
     mesh.indices.assign(faces, faces + indexCount);
     return mesh;
 }
+
+Mesh UnitSquare() {
+    Mesh quad;
+    quad.vertices = {0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 1, 1, 0, 0, 0, 1, 1, 1, 0, 1, 0, 0, 0, 1, 0, 1};
+    quad.indices = {0, 1, 2, 0, 2, 3};
+    return quad;
+}

@@ -29,6 +29,10 @@ struct Mesh {
     bool empty() const { return indices.empty(); }
 };
 
+// The unit square in the XY plane, (0,0) to (1,1), facing +Z, with texture
+// coordinates equal to its positions: the full-view passes draw it.
+Mesh UnitSquare();
+
 // A ring torus about the origin whose ring lies in the YZ plane (the axis
 // through its hole is X), so a quarter turn about Y shows the hole to a
 // camera on +Z. ringRadius is the distance from the centre to the

@@ -47,26 +47,12 @@ void SetVec4(GLuint program, const char* name, const float* v) {
     if (l >= 0) gl::Uniform4f(l, v[0], v[1], v[2], v[3]);
 }
 
-// Pixels, top-down, onto clip space.
-m3d::Mat4 HudMatrix(int width, int height) {
-    m3d::Mat4 m;
-    m.at(0, 0) = 2.0f / static_cast<float>(width > 0 ? width : 1);
-    m.at(1, 1) = -2.0f / static_cast<float>(height > 0 ? height : 1);
-    m.at(0, 3) = -1.0f;
-    m.at(1, 3) = 1.0f;
-    return m;
-}
-
 // Pictures are stored top row first, textures bottom row first: turned over
 // on the way so that v = 1 is the picture's top.
 GLuint Upload(const Image& image, bool mipmapped, float anisotropy, bool repeat) {
     if (image.empty()) return 0;
-    const size_t row = static_cast<size_t>(image.width) * 4;
-    std::vector<unsigned char> flipped(image.rgba.size());
-    for (int y = 0; y < image.height; ++y)
-        std::memcpy(&flipped[static_cast<size_t>(y) * row], &image.rgba[static_cast<size_t>(image.height - 1 - y) * row],
-                    row);
-    return UploadTexture(flipped.data(), image.width, image.height, mipmapped, anisotropy, repeat);
+    const Image flipped = FlippedRows(image);
+    return UploadTexture(flipped.rgba.data(), image.width, image.height, mipmapped, anisotropy, repeat);
 }
 
 }  // namespace
@@ -176,7 +162,7 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
     SetInt(blurProgram_, "radial_blur_samples", scene_.params.radialBlurSamples);
     SetFloat(blurProgram_, "radial_blur_scale_mul", scene_.params.radialBlurScaleMul);
     SetMatrix(blurProgram_, "WorldViewProjectionMatrix", screen);
-    const m3d::Mat4 hud = HudMatrix(width_, height_);
+    const m3d::Mat4 hud = PixelViewMatrix(width_, height_);
     for (GLuint p : {flatProgram_, textProgram_, texturedProgram_}) {
         gl::UseProgram(p);
         SetMatrix(p, "WorldViewProjectionMatrix", hud);
@@ -188,10 +174,7 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
 
     furMesh_ = UploadMesh(scene_.meshes.fur);
     skinMesh_ = UploadMesh(scene_.meshes.skin);
-    Mesh quad;
-    quad.vertices = {0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 1, 1, 0, 0, 0, 1, 1, 1, 0, 1, 0, 0, 0, 1, 0, 1};
-    quad.indices = {0, 1, 2, 0, 2, 3};
-    quad_ = UploadMesh(quad);
+    quad_ = UploadMesh(UnitSquare());
     gl::GenBuffers(1, &hudVbo_);
     if (dialect_.useVao) gl::GenVertexArrays(1, &hudVao_);
 
@@ -499,7 +482,7 @@ void cLm4DDemo_GL::DrawLogos() {
         DrawMesh(quad_);
     }
     gl::Viewport(0, 0, width_, height_);
-    SetMatrix(texturedProgram_, "WorldViewProjectionMatrix", HudMatrix(width_, height_));
+    SetMatrix(texturedProgram_, "WorldViewProjectionMatrix", PixelViewMatrix(width_, height_));
     gl::Disable(gl::BLEND);
     gl::DepthMask(1);
     gl::Enable(gl::DEPTH_TEST);

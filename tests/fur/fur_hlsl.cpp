@@ -273,11 +273,7 @@ CbLights Lights() {
 }
 
 void HudMatrix(int width, int height, float out[16]) {
-    for (int i = 0; i < 16; ++i) out[i] = (i % 5 == 0) ? 1.0f : 0.0f;
-    out[0] = 2.0f / static_cast<float>(width > 0 ? width : 1);
-    out[5] = -2.0f / static_cast<float>(height > 0 ? height : 1);
-    out[12] = -1.0f;  // column 3: the translation
-    out[13] = 1.0f;
+    std::memcpy(out, PixelViewMatrix(width, height).data(), 16 * sizeof(float));
 }
 
 }  // namespace fur_hlsl

@@ -42,17 +42,6 @@ std::vector<Image> MipChain(const Image& base) {
 
 namespace {
 
-// Pictures are stored top row first; textures get them bottom row first, as
-// the OpenGL back-ends upload them, so that v = 1 is the picture's top.
-Image Flipped(const Image& picture) {
-    Image out = picture;
-    const size_t row = static_cast<size_t>(picture.width) * 4;
-    for (int y = 0; y < picture.height; ++y)
-        std::memcpy(&out.rgba[static_cast<size_t>(y) * row], &picture.rgba[static_cast<size_t>(picture.height - 1 - y) * row],
-                    row);
-    return out;
-}
-
 // A font atlas as a white picture whose alpha is the coverage: text is the
 // textured HUD program with the text's colour.
 Image CoveragePicture(const FontAtlas& font) {
@@ -74,7 +63,9 @@ FurPainter::~FurPainter() = default;
 
 FurPainter::TextureId FurPainter::Upload(const Image& picture, bool mipmapped) {
     if (picture.empty()) return 0;
-    Image flipped = Flipped(picture);
+    // Pictures are stored top row first; textures get them bottom row
+    // first, as the OpenGL back-ends upload them, so v = 1 is the top.
+    Image flipped = FlippedRows(picture);
     if (mipmapped) return CreateTexture(MipChain(flipped));
     return CreateTexture({flipped});
 }
@@ -91,10 +82,7 @@ bool FurPainter::Init(const RenderTarget& target, int width, int height) {
 
     furMesh_ = CreateMesh(scene_.meshes.fur);
     skinMesh_ = CreateMesh(scene_.meshes.skin);
-    Mesh quad;
-    quad.vertices = {0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 1, 1, 0, 0, 0, 1, 1, 1, 0, 1, 0, 0, 0, 1, 0, 1};
-    quad.indices = {0, 1, 2, 0, 2, 3};
-    quad_ = CreateMesh(quad);
+    quad_ = CreateMesh(UnitSquare());
 
     bgTexture_ = Upload(background_, true);
     furTexture_ = Upload(furColor_, true);

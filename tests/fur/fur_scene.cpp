@@ -302,6 +302,15 @@ m3d::Mat4 FullScreenMatrix() {
     return m3d::Translation(m3d::Vec3{-1.0f, -1.0f, 0.0f}) * m3d::Scaling(m3d::Vec3{2.0f, 2.0f, -1.0f});
 }
 
+m3d::Mat4 PixelViewMatrix(int width, int height) {
+    m3d::Mat4 m;
+    m.at(0, 0) = 2.0f / static_cast<float>(width > 0 ? width : 1);
+    m.at(1, 1) = -2.0f / static_cast<float>(height > 0 ? height : 1);
+    m.at(0, 3) = -1.0f;
+    m.at(1, 3) = 1.0f;
+    return m;
+}
+
 // ---------------------------------------------------------------- lighting
 
 const FurLight kFurLights[2] = {

@@ -206,6 +206,9 @@ m3d::Mat4 FurModelMatrix(int32_t furryObject, float elapsedSeconds);
 // The matrix of the full-screen passes: maps the unit square onto the whole
 // clip space (scale 2 on X and Y, -1 on Z, translation (-1, -1, 0)).
 m3d::Mat4 FullScreenMatrix();
+// The HUD's matrix: pixels of a view of this size, y down from its top,
+// onto clip space.
+m3d::Mat4 PixelViewMatrix(int width, int height);
 
 // ---------------------------------------------------------------- lighting
 
