@@ -122,6 +122,21 @@ class Install:
         shutil.rmtree(self.root, ignore_errors=True)
 
 
+class ClassScope:
+    """Lets the per-test helpers below hold something for a whole test
+    class (from setUpClass): cleanups become class cleanups."""
+
+    def __init__(self, cls):
+        self.cls = cls
+
+    def assertTrue(self, value, msg=None):
+        if not value:
+            raise AssertionError(msg)
+
+    def addCleanup(self, function, *args):
+        self.cls.addClassCleanup(function, *args)
+
+
 def start_xvfb(test):
     """A virtual X server of the test's own ("-displayfd" lets the server pick
     a free number and say when it is ready), stopped when the test ends.

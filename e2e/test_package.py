@@ -9,7 +9,7 @@ import tempfile
 import unittest
 import zipfile
 
-from ardtest import bright_yellow, count_pixels, read_png, start_xvfb
+from ardtest import ClassScope, bright_yellow, count_pixels, read_png, start_xvfb
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(HERE)
@@ -37,20 +37,6 @@ def package(build, *args):
     return subprocess.run(["bash", PACKAGE, *args, build], capture_output=True, text=True, timeout=120)
 
 
-class _ClassScope:
-    """Lets ardtest's per-test helpers hold something for the whole class."""
-
-    def __init__(self, cls):
-        self.cls = cls
-
-    def assertTrue(self, value, msg=None):
-        if not value:
-            raise AssertionError(msg)
-
-    def addCleanup(self, function, *args):
-        self.cls.addClassCleanup(function, *args)
-
-
 class CleanPrefix:
     """One X server and one fresh Wine prefix for the class, both gone at the end."""
     display = None
@@ -62,7 +48,7 @@ class CleanPrefix:
             raise unittest.SkipTest("needs Xvfb")
         if not shutil.which("wine"):
             raise unittest.SkipTest("needs Wine")
-        scope = _ClassScope(owner)
+        scope = ClassScope(owner)
         cls.display = start_xvfb(scope)
         cls.wine_base = tempfile.mkdtemp(prefix="ard-pkg-wine-")
         scope.addCleanup(shutil.rmtree, cls.wine_base, True)

@@ -8,7 +8,7 @@ import subprocess
 import time
 import unittest
 
-from ardtest import bright_yellow, count_pixels, read_png, whitish
+from ardtest import ClassScope, bright_yellow, count_pixels, read_png, start_xvfb, whitish
 from test_wine import WineInstall
 
 # The animation held at one moment, so every back-end draws the same frame.
@@ -44,30 +44,12 @@ def reddish(r, g, b):
     return r > 50 and r > g + 25 and r > b + 10
 
 
-def _start_display(cls):
-    r, w = os.pipe()
-    xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "1024x768x24", "-nolisten", "tcp"],
-                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, pass_fds=(w,))
-    os.close(w)
-    with os.fdopen(r) as f:
-        number = f.readline().strip()
-    if not number.isdigit():
-        xvfb.kill()
-        raise unittest.SkipTest("Xvfb did not start")
-
-    def stop():
-        xvfb.terminate()
-        xvfb.wait(timeout=10)
-    cls.addClassCleanup(stop)
-    return ":" + number
-
-
 @unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xdotool"), "needs Xvfb and xdotool")
 class Direct3DUnderWine(unittest.TestCase):
     # One display for the whole class: Wine restarts when the display changes.
     @classmethod
     def setUpClass(cls):
-        cls.display = _start_display(cls)
+        cls.display = start_xvfb(ClassScope(cls))
 
     def install(self):
         inst = WineInstall()
