@@ -1,8 +1,8 @@
 // Linux entry point: the raw command line is the arguments joined by spaces.
 #include <string>
 
-#include "app/settings.h"
-#include "app/shell.h"
+#include "core/settings.h"
+#include "app/startup.h"
 
 int main(int argc, char** argv) {
     std::string commandLine = JoinArguments(argc, argv);

@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "app/settings.h"
-#include "app/shell.h"
+#include "app/startup.h"
+#include "core/settings.h"
+#include "core/shell_state.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // objects. Run: build/bench/dot_set_bench
 #include <benchmark/benchmark.h>
 
-#include "tests/fur/fur_scene.h"
+#include "scenes/fur/fur_scene.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <atomic>
 
-#include "app/settings.h"
+#include "core/settings.h"
 #include "runner/render_thread.h"
 #include "runner/run_stats.h"
 

@@ -4,8 +4,8 @@
 #include <benchmark/benchmark.h>
 
 #include "render/font.h"
-#include "tests/fur/fur_scene.h"
-#include "tests/fur/indicators.h"
+#include "scenes/fur/fur_scene.h"
+#include "scenes/fur/indicators.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <mutex>
 
-#include "app/event_log.h"
+#include "core/event_log.h"
 
 namespace monitor {
 

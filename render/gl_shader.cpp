@@ -1,6 +1,6 @@
 #include "render/gl_shader.h"
 
-#include "app/event_log.h"
+#include "core/event_log.h"
 
 namespace {
 

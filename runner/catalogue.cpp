@@ -1,6 +1,6 @@
 #include "runner/catalogue.h"
 
-#include "app/settings.h"
+#include "core/settings.h"
 
 namespace {
 

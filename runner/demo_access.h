@@ -7,7 +7,7 @@
 #include <atomic>
 #include <thread>
 
-#include "tests/fur/lm4d_demo.h"
+#include "runner/lm4d_demo.h"
 
 class DemoAccess {
 public:

@@ -1,6 +1,6 @@
 #include "runner/keys.h"
 
-#include "app/settings.h"
+#include "core/settings.h"
 #include "platform/compiler.h"
 #include "runner/catalogue.h"
 #include "runner/demo_access.h"

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "app/event_log.h"
-#include "app/settings.h"
+#include "core/event_log.h"
+#include "core/settings.h"
 #include "platform/compiler.h"
 #include "runner/demo_access.h"
 #include "runner/run_stats.h"

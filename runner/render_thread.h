@@ -7,7 +7,7 @@
 
 #include "runner/catalogue.h"
 #include "runner/hires_timer.h"
-#include "tests/fur/lm4d_demo.h"
+#include "runner/lm4d_demo.h"
 
 // What the render thread needs from the rest of the program. The real host
 // talks to the 3D window and the monitor; tests use a fake one.

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "app/settings.h"
+#include "core/settings.h"
 #include "runner/demo_access.h"
 #include "runner/run_stats.h"
 

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <thread>
 
-#include "app/boxes.h"
-#include "app/event_log.h"
-#include "app/settings.h"
-#include "app/shell.h"
+#include "core/boxes.h"
+#include "core/event_log.h"
+#include "core/settings.h"
+#include "core/shell_state.h"
 #include "platform/platform.h"
 #include "render/image_write.h"
 #include "runner/keys.h"

@@ -1,6 +1,6 @@
 #include "runner/text_block.h"
 
-#include "app/settings.h"
+#include "core/settings.h"
 #include "platform/compiler.h"
 #include "platform/str_format.h"
 #include "runner/run_stats.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/fur/lm4d_demo.h"
+#include "runner/lm4d_demo.h"
 
 namespace textcolors {
 constexpr Color4 kWarningRed{1.0f, 0.0f, 0.0f, 1.0f};

@@ -1,0 +1,61 @@
+#include "core/event_log.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+std::tm LocalNow() {
+    std::time_t now = std::time(nullptr);
+    std::tm t{};
+#if defined(_WIN32)
+    localtime_s(&t, &now);
+#else
+    localtime_r(&now, &t);
+#endif
+    return t;
+}
+
+}  // namespace
+
+EventLog::EventLog(const char* fileName) {
+    // Opened by the bare name, so the log lands in the start-up working
+    // directory even though start-up later moves to the program folder.
+    file_.OpenTruncate(fileName);
+    fullPath_ = platform::FolderOf(platform::ExecutablePath()) + fileName;
+}
+
+void EventLog::FormatPrefix(const std::tm& t, unsigned id, char* out, size_t outSize) {
+    std::snprintf(out, outSize, "%i/%i/%i @ %.2i:%.2i:%.2i, ID=%d >> ", t.tm_year + 1900, t.tm_mon + 1, t.tm_mday,
+                  t.tm_hour, t.tm_min, t.tm_sec, static_cast<int>(id));
+}
+
+void EventLog::Write(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    WriteV(format, args);
+    va_end(args);
+}
+
+void EventLog::WriteV(const char* format, va_list args) {
+    unsigned id = counter_.fetch_add(1, std::memory_order_relaxed) + 1;
+    char message[kMessageSize];
+    std::vsnprintf(message, sizeof message, format ? format : "", args);
+
+    // Prefix, message and line end go out in one write so that lines from
+    // several threads never mix, without taking a lock.
+    const char* nl = platform::TextNewline();
+    char line[kPrefixSize + kMessageSize + 4];
+    FormatPrefix(LocalNow(), id, line, kPrefixSize);
+    size_t len = std::strlen(line);
+    size_t mlen = std::strlen(message);
+    std::memcpy(line + len, message, mlen);
+    len += mlen;
+    size_t nlen = std::strlen(nl);
+    std::memcpy(line + len, nl, nlen);
+    len += nlen;
+    file_.Write(line, len);
+}
+
+// Constructed before main runs, so every line of the run, the first included, has a file to go to.
+EventLog gEventLog(kEventLogFileName);

@@ -1,9 +1,0 @@
-// What the HUD reads of the hardware monitor's per-GPU snapshot.
-#pragma once
-
-#include <vector>
-
-#include "tests/fur/indicators.h"
-
-// False when the monitor has no sensor snapshot (not started, no GPU).
-bool CurrentGpuReadings(std::vector<GpuReading>* out);
