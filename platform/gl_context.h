@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/gl_fences.h"
 #include "platform/render_target.h"
 
 namespace platform {
@@ -22,12 +23,32 @@ public:
     virtual ~GlContext() = default;
     // Entry point lookup for render/gl_api.
     virtual void* ProcAddress(const char* name) = 0;
+    // Presents the frame and fences it; returns once no more than
+    // kMaxFramesInFlight frames are still being drawn.
     virtual void SwapBuffers() = 0;
+    // Frames the driver has finished drawing since the context was made.
+    uint64_t FramesFinished() { return pipeline_.Finished(fences_); }
+    // Waits until every presented frame has been drawn.
+    void FinishFrames() { pipeline_.Drain(fences_); }
     // The framebuffer that stands for the window: 0 on a window, the
     // offscreen target headless. Back-ends bind this instead of 0.
     virtual unsigned DefaultFramebuffer() const = 0;
     // How many samples the drawing target really has.
     virtual int Samples() const = 0;
+
+protected:
+    // With the context current, once it exists.
+    void LoadFences() {
+        fences_.Load([this](const char* name) { return ProcAddress(name); });
+    }
+    // After each present.
+    void FencePresentedFrame() { pipeline_.Presented(fences_); }
+    // With the context still current, before it is destroyed.
+    void ReleaseFences() { pipeline_.Release(fences_); }
+
+private:
+    GlFenceOps fences_;
+    FramePipeline pipeline_;
 };
 
 // Makes the context current on the calling thread. On failure returns null

@@ -54,6 +54,9 @@ void ShowMessageBox(BoxKind kind, const char* caption, const char* text);
 // Writes text to the console the program was started from (standard output),
 // attaching to the parent's console on Windows when needed.
 void WriteConsole(const std::string& text);
+// Standard error, and whether it is a terminal (progress lines go there only then).
+void WriteStandardError(const std::string& text);
+bool StandardErrorIsTerminal();
 
 // -------------------------------------------------------- dynamic libraries
 
@@ -142,14 +145,22 @@ public:
     ~LineFile();
     LineFile(const LineFile&) = delete;
     LineFile& operator=(const LineFile&) = delete;
-    bool OpenTruncate(const char* path);
+    // False with the system's reason when the file could not be made.
+    bool OpenTruncate(const char* path, std::string* reason = nullptr);
     bool IsOpen() const;
-    void Write(const char* data, size_t len);
+    // False (with the reason) when not all bytes reached the file.
+    bool Write(const char* data, size_t len, std::string* reason = nullptr);
     void Close();
 
 private:
     intptr_t fd_ = -1;
 };
+
+// Writes a whole file so that readers see either the old file or the new
+// one, never a part: the bytes go to a temporary file beside it, which is
+// flushed to disk and then renamed over the old one. False, with the
+// system's reason, when any step failed; the old file is then untouched.
+bool WriteFileReplacing(const std::string& path, const std::string& bytes, std::string* reason);
 
 // The end-of-line sequence of text files on this platform.
 const char* TextNewline();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 #include "platform/render_target.h"
@@ -40,6 +41,14 @@ public:
     // first. False when the back-end cannot.
     virtual bool ReadBackFrame(std::string* rgba, int* width, int* height) { return false; }
 
+    // Frames the device has finished drawing since Init (its fences have
+    // signalled); kFramesNotTracked when the object cannot tell, and every
+    // Frame then counts as drawn when it returns.
+    static constexpr uint64_t kFramesNotTracked = ~0ull;
+    virtual uint64_t FramesFinished() { return kFramesNotTracked; }
+    // Waits until every frame handed to the device has been drawn.
+    virtual void FinishFrames() {}
+
     // True once the device was lost (the back-end has logged why): the run
     // ends instead of drawing into a device that is gone.
     virtual bool DeviceLost() const { return false; }
@@ -59,4 +68,8 @@ public:
     std::atomic<bool> show_help{false};
     float frame_seconds = 0.0f;
     std::string display_name;
+    // What the run draws with, as the device names it (the OpenGL renderer
+    // and version, the Direct3D adapter and driver); set by Init.
+    std::string renderer_text;
+    std::string driver_text;
 };

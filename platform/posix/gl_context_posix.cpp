@@ -16,14 +16,20 @@ thread_local GlContext* tCurrent = nullptr;
 
 class SdlContext : public GlContext {
 public:
-    SdlContext(SDL_Window* w, SDL_GLContext c, int samples) : window_(w), context_(c), samples_(samples) {}
+    SdlContext(SDL_Window* w, SDL_GLContext c, int samples) : window_(w), context_(c), samples_(samples) {
+        LoadFences();
+    }
     ~SdlContext() override {
+        ReleaseFences();
         SDL_GL_MakeCurrent(window_, nullptr);
         SDL_GL_DeleteContext(context_);
         if (tCurrent == this) tCurrent = nullptr;
     }
     void* ProcAddress(const char* name) override { return SDL_GL_GetProcAddress(name); }
-    void SwapBuffers() override { SDL_GL_SwapWindow(window_); }
+    void SwapBuffers() override {
+        SDL_GL_SwapWindow(window_);
+        FencePresentedFrame();
+    }
     unsigned DefaultFramebuffer() const override { return 0; }
     int Samples() const override { return samples_; }
 
@@ -97,6 +103,7 @@ constexpr unsigned kFramebuffer = 0x8D40, kRenderbuffer = 0x8D41, kColor0 = 0x8C
 class EglContext : public GlContext {
 public:
     ~EglContext() override {
+        if (current_) ReleaseFences();
         if (fbo_ && calls_.DeleteFramebuffers) {
             calls_.BindFramebuffer(kFramebuffer, 0);
             calls_.DeleteFramebuffers(1, &fbo_);
@@ -150,6 +157,8 @@ public:
             *error = "EGL context cannot be made current without a surface";
             return false;
         }
+        current_ = true;
+        LoadFences();
         if (!calls_.Load()) {
             *error = "framebuffer objects are not supported";
             return false;
@@ -174,7 +183,9 @@ public:
     }
 
     void* ProcAddress(const char* name) override { return reinterpret_cast<void*>(eglGetProcAddress(name)); }
-    void SwapBuffers() override {}
+    // Nothing to show: the frame stays in the offscreen target, fenced like
+    // a window's, so the driver never queues more than a swap chain would.
+    void SwapBuffers() override { FencePresentedFrame(); }
     unsigned DefaultFramebuffer() const override { return fbo_; }
     int Samples() const override { return samples_; }
 
@@ -185,6 +196,7 @@ private:
     unsigned fbo_ = 0;
     unsigned rbo_[2] = {0, 0};
     int samples_ = 0;
+    bool current_ = false;
 };
 
 }  // namespace

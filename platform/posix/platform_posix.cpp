@@ -13,6 +13,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -108,6 +109,46 @@ void ShowMessageBox(BoxKind kind, const char* caption, const char* text) {
 void WriteConsole(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
+}
+
+void WriteStandardError(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+}
+
+bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+bool WriteFileReplacing(const std::string& path, const std::string& bytes, std::string* reason) {
+    const std::string temp = path + ".tmp-" + std::to_string(getpid());
+    const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        *reason = std::strerror(errno);
+        return false;
+    }
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            *reason = n < 0 ? std::strerror(errno) : "nothing written";
+            close(fd);
+            unlink(temp.c_str());
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    // On disk before the rename, so a crash leaves the old file or the whole new one.
+    if (fsync(fd) != 0 || close(fd) != 0) {
+        *reason = std::strerror(errno);
+        unlink(temp.c_str());
+        return false;
+    }
+    if (rename(temp.c_str(), path.c_str()) != 0) {
+        *reason = std::strerror(errno);
+        unlink(temp.c_str());
+        return false;
+    }
+    return true;
 }
 
 LibHandle LoadLib(const char* name) {
@@ -217,23 +258,32 @@ void AttachInputToUiThread(bool) {}
 
 LineFile::~LineFile() { Close(); }
 
-bool LineFile::OpenTruncate(const char* path) {
+bool LineFile::OpenTruncate(const char* path, std::string* reason) {
     Close();
     int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
     fd_ = fd;
+    if (fd < 0 && reason) *reason = std::strerror(errno);
     return fd >= 0;
 }
 
 bool LineFile::IsOpen() const { return fd_ >= 0; }
 
-void LineFile::Write(const char* data, size_t len) {
-    if (fd_ < 0) return;
+bool LineFile::Write(const char* data, size_t len, std::string* reason) {
+    if (fd_ < 0) {
+        if (reason) *reason = "the file is not open";
+        return false;
+    }
     while (len > 0) {
         ssize_t n = write(static_cast<int>(fd_), data, len);
-        if (n <= 0) return;  // write errors are not reported
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (reason) *reason = n < 0 ? std::strerror(errno) : "nothing written";
+            return false;
+        }
         data += n;
         len -= static_cast<size_t>(n);
     }
+    return true;
 }
 
 void LineFile::Close() {

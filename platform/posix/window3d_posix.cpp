@@ -5,6 +5,7 @@
 #include "platform/window3d.h"
 
 #include <SDL2/SDL.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -136,7 +137,21 @@ void KeyboardState(unsigned char out[256]) {
     }
 }
 
-void OnStopSignal(int) { gStopSignal = 1; }
+// The first SIGINT or SIGTERM stops the run through the kill sequence; a
+// second one while that is under way ends the process at once (the event
+// log's lines are already on disk: each is written when it is logged).
+volatile std::sig_atomic_t gStopSignals = 0;
+
+void OnStopSignal(int) {
+    if (gStopSignals > 0) {
+        static const char kMessage[] = "Interrupted again: ending at once.\n";
+        ssize_t ignored = write(2, kMessage, sizeof kMessage - 1);
+        (void)ignored;
+        _exit(130);
+    }
+    gStopSignals = 1;
+    gStopSignal = 1;
+}
 
 bool EnsureVideo() {
     if (SDL_WasInit(SDL_INIT_VIDEO)) return true;

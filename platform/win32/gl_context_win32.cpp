@@ -23,8 +23,9 @@ HMODULE OpenGl32() {
 
 class WglContext : public GlContext {
 public:
-    WglContext(HWND w, HDC dc, HGLRC rc) : window_(w), dc_(dc), rc_(rc) {}
+    WglContext(HWND w, HDC dc, HGLRC rc) : window_(w), dc_(dc), rc_(rc) { LoadFences(); }
     ~WglContext() override {
+        ReleaseFences();
         wglMakeCurrent(nullptr, nullptr);
         wglDeleteContext(rc_);
         ReleaseDC(window_, dc_);
@@ -40,7 +41,10 @@ public:
             p = OpenGl32() ? GetProcAddress(OpenGl32(), name) : nullptr;
         return reinterpret_cast<void*>(p);
     }
-    void SwapBuffers() override { ::SwapBuffers(dc_); }
+    void SwapBuffers() override {
+        ::SwapBuffers(dc_);
+        FencePresentedFrame();
+    }
     unsigned DefaultFramebuffer() const override { return 0; }
     int Samples() const override { return 0; }
 

@@ -111,15 +111,74 @@ void ShowMessageBox(BoxKind kind, const char* caption, const char* text) {
     std::fflush(stderr);
 }
 
+namespace {
+
+HANDLE ConsoleHandle(DWORD which) {
+    HANDLE h = GetStdHandle(which);
+    if (h == nullptr || h == INVALID_HANDLE_VALUE) {
+        if (AttachConsole(ATTACH_PARENT_PROCESS)) h = GetStdHandle(which);
+    }
+    return h == INVALID_HANDLE_VALUE ? nullptr : h;
+}
+
+std::string SystemReason(DWORD code) {
+    char buf[256] = {};
+    DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0, buf,
+                             sizeof buf - 1, nullptr);
+    while (n > 0 && (buf[n - 1] == '\n' || buf[n - 1] == '\r' || buf[n - 1] == '.' || buf[n - 1] == ' ')) buf[--n] = 0;
+    if (n == 0) std::snprintf(buf, sizeof buf, "system error %lu", static_cast<unsigned long>(code));
+    return buf;
+}
+
+}  // namespace
+
 void WriteConsole(const std::string& text) {
     // A GUI program has no console of its own: borrow the one it was started from.
-    HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
-    if (out == nullptr || out == INVALID_HANDLE_VALUE) {
-        if (AttachConsole(ATTACH_PARENT_PROCESS)) out = GetStdHandle(STD_OUTPUT_HANDLE);
-    }
-    if (out == nullptr || out == INVALID_HANDLE_VALUE) return;
+    HANDLE out = ConsoleHandle(STD_OUTPUT_HANDLE);
+    if (!out) return;
     DWORD written = 0;
     WriteFile(out, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+void WriteStandardError(const std::string& text) {
+    HANDLE err = ConsoleHandle(STD_ERROR_HANDLE);
+    if (!err) return;
+    DWORD written = 0;
+    WriteFile(err, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+bool StandardErrorIsTerminal() {
+    HANDLE err = ConsoleHandle(STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    return err && GetFileType(err) == FILE_TYPE_CHAR && GetConsoleMode(err, &mode);
+}
+
+bool WriteFileReplacing(const std::string& path, const std::string& bytes, std::string* reason) {
+    const std::string temp = path + ".tmp-" + std::to_string(GetCurrentProcessId());
+    HANDLE f = CreateFileA(temp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (f == INVALID_HANDLE_VALUE) {
+        *reason = SystemReason(GetLastError());
+        return false;
+    }
+    DWORD written = 0;
+    const bool wrote = WriteFile(f, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+                       written == bytes.size();
+    const DWORD writeError = GetLastError();
+    const bool flushed = wrote && FlushFileBuffers(f);
+    const DWORD flushError = GetLastError();
+    CloseHandle(f);
+    if (!wrote || !flushed) {
+        // A short write without an error code is a full disk.
+        *reason = SystemReason(wrote ? flushError : (writeError ? writeError : ERROR_DISK_FULL));
+        DeleteFileA(temp.c_str());
+        return false;
+    }
+    if (!MoveFileExA(temp.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        *reason = SystemReason(GetLastError());
+        DeleteFileA(temp.c_str());
+        return false;
+    }
+    return true;
 }
 
 LibHandle LoadLib(const char* name) { return name ? reinterpret_cast<LibHandle>(LoadLibraryA(name)) : nullptr; }
@@ -240,11 +299,14 @@ void AttachInputToUiThread(bool attach) {
 
 LineFile::~LineFile() { Close(); }
 
-bool LineFile::OpenTruncate(const char* path) {
+bool LineFile::OpenTruncate(const char* path, std::string* reason) {
     Close();
     HANDLE h = CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
                            FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE) return false;
+    if (h == INVALID_HANDLE_VALUE) {
+        if (reason) *reason = SystemReason(GetLastError());
+        return false;
+    }
     fd_ = reinterpret_cast<intptr_t>(h);
     return true;
 }
@@ -257,12 +319,19 @@ bool LineFile::IsOpen() const { return fd_ != -1; }
 // log files of this process keeps every line whole there too.
 static SRWLOCK lineFileLock = SRWLOCK_INIT;
 
-void LineFile::Write(const char* data, size_t len) {
-    if (fd_ == -1) return;
+bool LineFile::Write(const char* data, size_t len, std::string* reason) {
+    if (fd_ == -1) {
+        if (reason) *reason = "the file is not open";
+        return false;
+    }
     DWORD written = 0;
     AcquireSRWLockExclusive(&lineFileLock);
-    WriteFile(reinterpret_cast<HANDLE>(fd_), data, static_cast<DWORD>(len), &written, nullptr);
+    BOOL ok = WriteFile(reinterpret_cast<HANDLE>(fd_), data, static_cast<DWORD>(len), &written, nullptr);
+    DWORD error = ok ? 0 : GetLastError();
     ReleaseSRWLockExclusive(&lineFileLock);
+    if (ok && written == len) return true;
+    if (reason) *reason = SystemReason(ok ? ERROR_DISK_FULL : error);
+    return false;
 }
 
 void LineFile::Close() {

@@ -117,12 +117,25 @@ bool RegisterClassOnce(const wchar_t* name, bool fullscreen) {
     return done;
 }
 
+// The first Ctrl+C stops the run through the kill sequence; a second one
+// while that is under way ends the process at once (the event log's lines
+// are on disk as soon as they are logged).
+LONG gConsoleStops = 0;
+
 BOOL WINAPI ConsoleStop(DWORD type) {
-    if (type == CTRL_C_EVENT || type == CTRL_BREAK_EVENT || type == CTRL_CLOSE_EVENT) {
-        PostThreadMessageW(gUiThread, kMsgThreadEscape, 0, 0);
-        return TRUE;
+    if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT && type != CTRL_CLOSE_EVENT) return FALSE;
+    if (InterlockedIncrement(&gConsoleStops) > 1) {
+        static const char kMessage[] = "Interrupted again: ending at once.\r\n";
+        DWORD written = 0;
+        WriteFile(GetStdHandle(STD_ERROR_HANDLE), kMessage, sizeof kMessage - 1, &written, nullptr);
+        TerminateProcess(GetCurrentProcess(), 130);
     }
-    return FALSE;
+    PostThreadMessageW(gUiThread, kMsgThreadEscape, 0, 0);
+    // A closed console ends the process when this handler returns; holding
+    // it lets the kill sequence and shut-down run first (the system allows
+    // about five seconds). The program's own exit ends this wait.
+    if (type == CTRL_CLOSE_EVENT) Sleep(4500);
+    return TRUE;
 }
 
 class Win32Window : public Window3D {

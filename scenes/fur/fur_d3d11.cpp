@@ -1,8 +1,10 @@
 #include "scenes/fur/fur_d3d11.h"
 
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "core/event_log.h"
 #include "scenes/fur/d3d_shaders.h"
@@ -16,6 +18,33 @@ template <class T>
 void Release(T*& p) {
     if (p) p->Release();
     p = nullptr;
+}
+
+// The adapter the device runs on and its driver version, as the run's
+// renderer and driver texts.
+template <class Dev>
+void DescribeAdapter(Dev* device, std::string* renderer, std::string* driver) {
+    IDXGIDevice* dxgi = nullptr;
+    IDXGIAdapter* adapter = nullptr;
+    if (SUCCEEDED(device->QueryInterface(__uuidof(IDXGIDevice), reinterpret_cast<void**>(&dxgi))) &&
+        SUCCEEDED(dxgi->GetAdapter(&adapter))) {
+        DXGI_ADAPTER_DESC desc{};
+        if (SUCCEEDED(adapter->GetDesc(&desc))) {
+            char name[256] = {};
+            WideCharToMultiByte(CP_ACP, 0, desc.Description, -1, name, sizeof name - 1, nullptr, nullptr);
+            *renderer = name;
+        }
+        LARGE_INTEGER v{};
+        if (SUCCEEDED(adapter->CheckInterfaceSupport(__uuidof(ID3D10Device), &v))) {
+            char version[64];
+            std::snprintf(version, sizeof version, "%u.%u.%u.%u", static_cast<unsigned>(HIWORD(v.HighPart)),
+                          static_cast<unsigned>(LOWORD(v.HighPart)), static_cast<unsigned>(HIWORD(v.LowPart)),
+                          static_cast<unsigned>(LOWORD(v.LowPart)));
+            *driver = version;
+        }
+    }
+    Release(adapter);
+    Release(dxgi);
 }
 
 }  // namespace
@@ -73,6 +102,33 @@ struct D3DFurDevice<Api>::Device {
     PaintProgram program = PaintProgram::kHudFlat;
     bool lost = false;
     int width = 0, height = 0;
+
+    // Event queries fence the presented frames.
+    struct Fences : platform::FenceOps {
+        Device* d = nullptr;
+        void* Insert() override {
+            typename Api::Query* q = nullptr;
+            if (d->lost || FAILED(Api::CreateEventQuery(d->device, &q))) return nullptr;
+            Api::EndQuery(d->context, q);
+            return q;
+        }
+        bool Done(void* fence, bool wait) override {
+            auto* q = static_cast<typename Api::Query*>(fence);
+            for (;;) {
+                const HRESULT hr = Api::QueryDone(d->context, q);
+                if (hr == S_OK) return true;
+                if (FAILED(hr)) {
+                    d->Check(hr);  // a device that is gone draws nothing more
+                    return true;
+                }
+                if (!wait) return false;
+                std::this_thread::yield();
+            }
+        }
+        void Free(void* fence) override { static_cast<typename Api::Query*>(fence)->Release(); }
+        void FinishAll() override {}
+    };
+    Fences fences;
 
     void Update(int slot, const void* data) { context->UpdateSubresource(constants[slot], 0, nullptr, data, 0, 0); }
 
@@ -159,7 +215,14 @@ struct D3DFurDevice<Api>::Device {
 };
 
 template <class Api>
-D3DFurDevice<Api>::D3DFurDevice() : d_(new Device) {}
+D3DFurDevice<Api>::D3DFurDevice() : d_(new Device) {
+    d_->fences.d = d_.get();
+}
+
+template <class Api>
+platform::FenceOps* D3DFurDevice<Api>::FrameFences() {
+    return d_->device ? &d_->fences : nullptr;
+}
 
 template <class Api>
 D3DFurDevice<Api>::~D3DFurDevice() {
@@ -210,6 +273,7 @@ bool D3DFurDevice<Api>::CreateDevice(const RenderTarget& target, int width, int 
         gEventLog.Write("%s: device creation failed (0x%08lX).", Api::kName, static_cast<unsigned long>(hr));
         return false;
     }
+    DescribeAdapter(d.device, &renderer_text, &driver_text);
     using BackBuffer = typename Api::Texture2D;
     bool ok = SUCCEEDED(d.swapChain->GetBuffer(0, __uuidof(BackBuffer), reinterpret_cast<void**>(&d.backBuffer))) &&
               SUCCEEDED(d.device->CreateRenderTargetView(d.backBuffer, nullptr, &d.backView));

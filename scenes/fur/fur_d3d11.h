@@ -45,6 +45,7 @@ protected:
     void ClearBackBuffer(const float rgba[4]) override;
     void PresentBackBuffer() override;
     bool ReadBackBuffer(std::string* rgba) override;
+    platform::FenceOps* FrameFences() override;
 
 private:
     struct Device;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "core/event_log.h"
 #include "scenes/fur/d3d_shaders.h"
@@ -71,6 +72,33 @@ struct cLm4DDemo_D3D9::Device {
     float vs[fur_d3d9::kVertexRegisters][4] = {};
     float ps[fur_d3d9::kPixelRegisters][4] = {};
     int dirtyLow[2] = {0, 0}, dirtyHigh[2] = {-1, -1};  // per stage, registers
+
+    // Event queries fence the presented frames.
+    struct Fences : platform::FenceOps {
+        Device* d = nullptr;
+        void* Insert() override {
+            IDirect3DQuery9* q = nullptr;
+            if (d->lost || FAILED(d->device->CreateQuery(D3DQUERYTYPE_EVENT, &q))) return nullptr;
+            q->Issue(D3DISSUE_END);
+            return q;
+        }
+        bool Done(void* fence, bool wait) override {
+            auto* q = static_cast<IDirect3DQuery9*>(fence);
+            for (;;) {
+                const HRESULT hr = q->GetData(nullptr, 0, D3DGETDATA_FLUSH);
+                if (hr == S_OK) return true;
+                if (FAILED(hr)) {
+                    d->Check(hr, "GetData");  // a device that is gone draws nothing more
+                    return true;
+                }
+                if (!wait) return false;
+                std::this_thread::yield();
+            }
+        }
+        void Free(void* fence) override { static_cast<IDirect3DQuery9*>(fence)->Release(); }
+        void FinishAll() override {}
+    };
+    Fences fences;
 
     const fur_d3d9::Technique* technique = nullptr;
     int blend = -1, depthTest = -1, depthWrite = -1, sampling = -1;  // -1: not set yet
@@ -190,7 +218,12 @@ struct cLm4DDemo_D3D9::Device {
     }
 };
 
-cLm4DDemo_D3D9::cLm4DDemo_D3D9() : d_(new Device) { api_id = 9; }
+cLm4DDemo_D3D9::cLm4DDemo_D3D9() : d_(new Device) {
+    api_id = 9;
+    d_->fences.d = d_.get();
+}
+
+platform::FenceOps* cLm4DDemo_D3D9::FrameFences() { return d_->device ? &d_->fences : nullptr; }
 
 cLm4DDemo_D3D9::~cLm4DDemo_D3D9() {
     Terminate();
@@ -233,7 +266,16 @@ bool cLm4DDemo_D3D9::CreateDevice(const RenderTarget& target, int width, int hei
         gEventLog.Write("Direct3D 9 - Adapter %d - vendorId: %.4X, deviceId: %.4X, revision: %.4X", n,
                         static_cast<unsigned>(id.VendorId), static_cast<unsigned>(id.DeviceId),
                         static_cast<unsigned>(id.Revision));
-        if (d.d3d->GetAdapterMonitor(i) == monitor) adapter = i;
+        if (d.d3d->GetAdapterMonitor(i) == monitor) {
+            adapter = i;
+            const LARGE_INTEGER v = id.DriverVersion;
+            char version[64];
+            std::snprintf(version, sizeof version, "%s %u.%u.%u.%u", id.Driver, static_cast<unsigned>(HIWORD(v.HighPart)),
+                          static_cast<unsigned>(LOWORD(v.HighPart)), static_cast<unsigned>(HIWORD(v.LowPart)),
+                          static_cast<unsigned>(LOWORD(v.LowPart)));
+            renderer_text = id.Description;
+            driver_text = version;
+        }
     }
     D3DCAPS9 caps{};
     HRESULT hr = d.d3d->GetDeviceCaps(adapter, D3DDEVTYPE_HAL, &caps);

@@ -34,6 +34,7 @@ protected:
     void ClearBackBuffer(const float rgba[4]) override;
     void PresentBackBuffer() override;
     bool ReadBackBuffer(std::string* rgba) override;
+    platform::FenceOps* FrameFences() override;
     const char* ImagePrefix() const override { return "D3D9"; }
     const char* InitLine() const override { return "Direct3D 9 context init ok."; }
 

@@ -139,6 +139,18 @@ struct D3D10Api {
         return hr;
     }
     static void Unmap(Context*, Texture2D* texture) { texture->Unmap(0); }
+    // Event queries: the frame fences.
+    using Query = ID3D10Query;
+    static HRESULT CreateEventQuery(Device* device, Query** out) {
+        D3D10_QUERY_DESC desc{D3D10_QUERY_EVENT, 0};
+        return device->CreateQuery(&desc, out);
+    }
+    static void EndQuery(Context*, Query* query) { query->End(); }
+    // S_OK once the work before the query has been done, S_FALSE before.
+    static HRESULT QueryDone(Context*, Query* query) {
+        BOOL done = FALSE;
+        return query->GetData(&done, sizeof done, 0);
+    }
 };
 
 // Direct3D 11: creation on the device, drawing on the immediate context.
@@ -198,6 +210,16 @@ struct D3D11Api {
         return hr;
     }
     static void Unmap(Context* context, Texture2D* texture) { context->Unmap(texture, 0); }
+    using Query = ID3D11Query;
+    static HRESULT CreateEventQuery(Device* device, Query** out) {
+        D3D11_QUERY_DESC desc{D3D11_QUERY_EVENT, 0};
+        return device->CreateQuery(&desc, out);
+    }
+    static void EndQuery(Context* context, Query* query) { context->End(query); }
+    static HRESULT QueryDone(Context* context, Query* query) {
+        BOOL done = FALSE;
+        return context->GetData(query, &done, sizeof done, 0);
+    }
 };
 
 #undef ARD_D3D_SHARED_NAMES

@@ -107,6 +107,8 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
     gEventLog.Write("OpenGL version: %s", GlText(gl::VERSION));
     gEventLog.Write("OpenGL vendor: %s", GlText(gl::VENDOR));
     gEventLog.Write("OpenGL renderer: %s", GlText(gl::RENDERER));
+    renderer_text = GlText(gl::RENDERER);
+    driver_text = GlText(gl::VERSION);
     RunFacts.msaaSamples = context_->Samples();
     RunFacts.clientWidth = width;
     RunFacts.clientHeight = height;
@@ -355,6 +357,12 @@ void cLm4DDemo_GL::Frame(float frameSeconds) {
 }
 
 void cLm4DDemo_GL::Present() { context_->SwapBuffers(); }
+
+uint64_t cLm4DDemo_GL::FramesFinished() { return context_ ? context_->FramesFinished() : kFramesNotTracked; }
+
+void cLm4DDemo_GL::FinishFrames() {
+    if (context_) context_->FinishFrames();
+}
 
 void cLm4DDemo_GL::PendingCustomImages() {
     Image image;

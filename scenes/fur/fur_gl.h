@@ -25,6 +25,8 @@ public:
     bool UploadDotTextures() override;
     void ReleaseDotTextures() override;
     void Present() override;
+    uint64_t FramesFinished() override;
+    void FinishFrames() override;
     void BeginOverlay() override;
     void EndOverlay() override;
     void DrawText(int x, int y, const Color4& color, const char* text) override;

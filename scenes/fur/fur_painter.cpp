@@ -116,6 +116,7 @@ bool FurPainter::Init(const RenderTarget& target, int width, int height) {
 
 void FurPainter::Terminate() {
     CloseTemperatureLog();
+    if (platform::FenceOps* fences = FrameFences()) pipeline_.Release(*fences);
     if (!HasDevice()) return;
     // The device owns every texture and buffer; ids are forgotten with it.
     DestroyDevice();
@@ -157,7 +158,19 @@ void FurPainter::Frame(float frameSeconds) {
     Present();
 }
 
-void FurPainter::Present() { PresentBackBuffer(); }
+void FurPainter::Present() {
+    PresentBackBuffer();
+    if (platform::FenceOps* fences = FrameFences()) pipeline_.Presented(*fences);
+}
+
+uint64_t FurPainter::FramesFinished() {
+    platform::FenceOps* fences = FrameFences();
+    return fences ? pipeline_.Finished(*fences) : kFramesNotTracked;
+}
+
+void FurPainter::FinishFrames() {
+    if (platform::FenceOps* fences = FrameFences()) pipeline_.Drain(*fences);
+}
 
 void FurPainter::PendingCustomImages() {
     Image image;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "monitor/temperature.h"
+#include "platform/frame_pipeline.h"
 #include "render/font.h"
 #include "render/math3d.h"
 #include "render/mesh.h"
@@ -75,6 +76,8 @@ public:
     bool UploadDotTextures() override;
     void ReleaseDotTextures() override;
     void Present() override;
+    uint64_t FramesFinished() override;
+    void FinishFrames() override;
     void BeginOverlay() override;
     void EndOverlay() override;
     void DrawText(int x, int y, const Color4& color, const char* text) override;
@@ -119,6 +122,9 @@ protected:
     // ClearScreen: the back buffer in one colour, then presented.
     virtual void ClearBackBuffer(const float rgba[4]) = 0;
     virtual void PresentBackBuffer() = 0;
+    // The device's frame fences; null when it has none (every present then
+    // counts as a drawn frame).
+    virtual platform::FenceOps* FrameFences() { return nullptr; }
     // The back buffer as RGBA, top row first, before it is presented.
     virtual bool ReadBackBuffer(std::string* rgba) = 0;
     // "D3D9", "D3D10", "D3D11": the prefix of the custom image messages.
@@ -147,4 +153,5 @@ private:
     bool postActive_ = false;
     bool smallText_ = false;
     int lastBinds_ = 0;
+    platform::FramePipeline pipeline_;
 };
