@@ -314,6 +314,24 @@ std::string FormatSettings(const StartupOptionsRecord& o) {
 
 RunExtras gRunExtras;
 
+namespace {
+
+// A path switch's value: a quoted path may hold spaces; otherwise the path
+// ends at the next one. Empty when the switch is absent.
+std::string PathSwitch(const char* commandLine, const char* name) {
+    const char* at = std::strstr(commandLine, name);
+    if (!at) return std::string();
+    at += std::strlen(name);
+    if (*at == '"') {
+        const char* end = std::strchr(at + 1, '"');
+        return end ? std::string(at + 1, end) : std::string(at + 1);
+    }
+    const char* end = std::strchr(at, ' ');
+    return end ? std::string(at, end) : std::string(at);
+}
+
+}  // namespace
+
 RunExtras ParseRunExtras(const char* commandLine) {
     RunExtras e;
     if (!commandLine) return e;
@@ -322,17 +340,8 @@ RunExtras ParseRunExtras(const char* commandLine) {
         float t = 0.0f;
         if (std::sscanf(at, "/animation_time=%f", &t) == 1 && t >= 0.0f && t < 1e6f) e.animationTime = t;
     }
-    if (const char* at = std::strstr(commandLine, "/screenshot=")) {
-        at += std::strlen("/screenshot=");
-        // A quoted path may hold spaces; otherwise the path ends at the next one.
-        if (*at == '"') {
-            const char* end = std::strchr(at + 1, '"');
-            e.screenshotPath = end ? std::string(at + 1, end) : std::string(at + 1);
-        } else {
-            const char* end = std::strchr(at, ' ');
-            e.screenshotPath = end ? std::string(at, end) : std::string(at);
-        }
-    }
+    e.screenshotPath = PathSwitch(commandLine, "/screenshot=");
+    e.resultsJsonPath = PathSwitch(commandLine, "/results_json=");
     return e;
 }
 
@@ -355,7 +364,8 @@ std::string UsageText() {
            "  /run_mode=1|2                 1 benchmark, 2 stability test (burn-in)\n"
            "  /contest_mode=N               contest run flag\n"
            "  /max_time=MS                  run length in milliseconds\n"
-           "  /max_frames=N                 run length in frames (0: not used)\n"
+           "  /max_frames=N                 run length in frames; counts only when the settings\n"
+           "                                file sets time_based_benchmark=\"0\" (0: not used)\n"
            "  /app_thread_priority=N  /rendering_thread_priority=N  /app_process_priority=N\n"
            "  /app_cpu_affinity=MASK  /rendering_cpu_affinity=MASK   (stored, not applied)\n"
            "  /xtreme_burn_in               Xtreme burn-in for this run\n"
@@ -367,7 +377,8 @@ std::string UsageText() {
            "  /enable_ty_osd_fix=0|1\n"
            "  /no_visual_indicators         hide every on-screen indicator\n"
            "  /dmsize=256..8192             map size of the OpenGL 4 benchmark\n"
-           "  /test3d=ID                    test to start (2003 fur benchmark, ...)\n"
+           "  /test3d=ID                    test to start: 2003 fur (OpenGL 2), 2102 fur (OpenGL 3),\n"
+           "                                2006/2010/2015 fur (Direct3D 9/10/11, Windows only)\n"
            "  /api3d=2|3|4|9|10|11          OpenGL 2/3/4, Direct3D 9/10/11\n"
            "  /gl3_core_profile             core profile for OpenGL 3 and later\n"
            "  /furry_vxa  /furry_hd6970  /furry_torus\n"
@@ -378,9 +389,21 @@ std::string UsageText() {
            "  /screenshot=PATH              save the run's last frame as a PNG image\n"
            "  /animation_time=SECONDS       hold the scene's animation at that time (same picture\n"
            "                                on every API and card)\n"
+           "  /results_json=PATH            write the run's result (frames, FPS, frame times,\n"
+           "                                sensors, errors) as JSON to PATH\n"
            "  /print_settings               print the resulting settings and exit\n"
            "  /? /help                      this text\n"
            "\n"
            "A bare 0/1 switch (for example /render_post_fx) takes the number of the switch\n"
-           "before it; write the value to be sure.\n";
+           "before it; write the value to be sure.\n"
+           "\n"
+           "Every run prints one \"Result:\" line on standard output when it ends.\n"
+           "\n"
+           "Exit codes:\n"
+           "  0    the run did what was asked and its results were written\n"
+           "  2    could not start (window, graphics context or API, data, unknown test)\n"
+           "  3    a result (scores row, JSON results, temperature log) could not be written\n"
+           "  4    the run broke off (the graphics device was lost)\n"
+           "  5    a benchmark was stopped (Esc, window closed, Ctrl+C) before its end\n"
+           "  130  a second Ctrl+C or SIGINT ended the program at once\n";
 }

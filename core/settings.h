@@ -126,6 +126,7 @@ struct RunExtras {
     // /animation_time=SECONDS: the scene's animation held at that time, so
     // pictures of different APIs or cards show the same frame. Negative: off.
     float animationTime = -1.0f;
+    std::string resultsJsonPath;  // /results_json=PATH: the run's result as JSON
 };
 extern RunExtras gRunExtras;
 RunExtras ParseRunExtras(const char* commandLine);

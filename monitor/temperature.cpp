@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "core/run_outcome.h"
 #include "monitor/sensors.h"
 
 namespace monitor {
@@ -43,14 +44,25 @@ void TemperatureLog::WriteLine(const std::string& text) {
     if (closed_) return;
     if (!created_) {
         created_ = true;
-        // An existing file is replaced; a file that cannot be made drops the lines.
-        if (file_.OpenTruncate(path_.c_str())) {
-            std::string h = Header(gpuName_);
-            file_.Write(h.data(), h.size());
+        // An existing file is replaced. A file that cannot be made or
+        // written is reported once; the run goes on without it.
+        std::string reason;
+        std::string h = Header(gpuName_);
+        if (!file_.OpenTruncate(path_.c_str(), &reason) || !file_.Write(h.data(), h.size(), &reason)) {
+            Fail(reason);
+            return;
         }
     }
+    if (failed_) return;
     std::string line = text + platform::TextNewline();
-    file_.Write(line.data(), line.size());
+    std::string reason;
+    if (!file_.Write(line.data(), line.size(), &reason)) Fail(reason);
+}
+
+void TemperatureLog::Fail(const std::string& reason) {
+    if (failed_) return;
+    failed_ = true;
+    NoteResultNotWritten("the temperature log", path_, reason);
 }
 
 void TemperatureLog::WriteFurLine(int gpu, float celsius, float seconds) { WriteLine(FurLine(gpu, celsius, seconds)); }
@@ -61,9 +73,10 @@ void TemperatureLog::WriteAppLine(int gpu, float celsius, float seconds, int wid
 
 void TemperatureLog::Close() {
     if (closed_) return;
-    if (created_ && file_.IsOpen()) {
+    if (created_ && !failed_ && file_.IsOpen()) {
         std::string end = std::string("</gpuTemperature>") + platform::TextNewline();
-        file_.Write(end.data(), end.size());
+        std::string reason;
+        if (!file_.Write(end.data(), end.size(), &reason)) Fail(reason);
     }
     file_.Close();
     closed_ = true;

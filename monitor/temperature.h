@@ -16,7 +16,8 @@ class GpuSensorArray;
 
 // The temperature log. The file is created on the first line written, with
 // its header; each line is on disk when the call returns; Close() writes the
-// closing element. Lines that cannot be written are dropped silently.
+// closing element. A file that cannot be made or written is reported once
+// (event log and exit code) and the lines after it are dropped.
 class TemperatureLog {
 public:
     static constexpr const char* kDefaultPath = "./gpu-temperature.xml";
@@ -44,7 +45,9 @@ public:
 
 private:
     void WriteLine(const std::string& text);
+    void Fail(const std::string& reason);
     std::string gpuName_;
+    bool failed_ = false;
     std::string path_;
     bool created_ = false;
     bool closed_ = false;

@@ -7,7 +7,10 @@
 #include "core/event_log.h"
 #include "core/settings.h"
 #include "platform/compiler.h"
+#include "platform/platform.h"
 #include "runner/demo_access.h"
+#include "runner/run_facts.h"
+#include "runner/run_results.h"
 #include "runner/run_stats.h"
 
 RunStatsRecord RunStats;
@@ -57,6 +60,50 @@ void Retire(std::unique_ptr<cLm4DDemo>& demo) {
     demo.reset();
 }
 
+// Counts the frames the device has finished drawing, as they finish. An
+// object that cannot tell counts each frame as drawn when Frame returns.
+class DrawnFrames {
+public:
+    explicit DrawnFrames(cLm4DDemo& demo) : demo_(demo) { Resync(); }
+    // Frames finished since the last call (after a Frame: at most the
+    // frames it handed over, less those still in flight).
+    unsigned TakeNew() {
+        if (!tracked_) return 1;
+        const uint64_t now = demo_.FramesFinished();
+        const uint64_t n = now - seen_;
+        seen_ = now;
+        return static_cast<unsigned>(n);
+    }
+    // Waits for the frames in flight; with count they are taken as new.
+    unsigned Drain(bool count) {
+        demo_.FinishFrames();
+        if (!tracked_) return 0;
+        const unsigned n = TakeNew();
+        return count ? n : 0;
+    }
+    void Resync() {
+        const uint64_t now = demo_.FramesFinished();
+        tracked_ = now != cLm4DDemo::kFramesNotTracked;
+        seen_ = tracked_ ? now : 0;
+    }
+
+private:
+    cLm4DDemo& demo_;
+    bool tracked_ = false;
+    uint64_t seen_ = 0;
+};
+
+const char* ApiName(int apiId) {
+    switch (apiId) {
+        case kApiOpenGL3: return "OpenGL 3";
+        case kApiOpenGL4: return "OpenGL 4";
+        case kApiD3D9: return "Direct3D 9";
+        case kApiD3D10: return "Direct3D 10";
+        case kApiD3D11: return "Direct3D 11";
+        default: return "OpenGL 2";
+    }
+}
+
 }  // namespace
 
 int RenderThreadProc(RunHost& host, const RunSetup& setup) {
@@ -79,6 +126,16 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
     const unsigned maxTime = RunParameters.max_time;
     const unsigned maxFrames = RunParameters.max_frames;
 
+    RunResults& r = gRunResults;
+    r = RunResults();
+    r.benchmark = benchmark;
+    r.timeBased = timeBased;
+    r.maxTime = maxTime;
+    r.maxFrames = maxFrames;
+    r.width = setup.target.width;
+    r.height = setup.target.height;
+    r.fullscreen = !setup.windowed;
+
     DemoChoice choice;
     std::unique_ptr<cLm4DDemo> demo;
     if (ChooseDemo(StartupOptions.test3d, StartupOptions.api3d, &choice)) {
@@ -91,6 +148,8 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         demo->amark_mode = choice.amarkMode;
         demo->display_name = choice.displayName;
     }
+    r.testName = choice.displayName;
+    r.apiName = ApiName(demo ? demo->api_id : ApiIdOf(choice.demoClass));
 
     // A test outside the catalogue, or one this build cannot create, fails
     // the way a failed Init does.
@@ -101,10 +160,14 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         }
         host.AttachInput(false);
         host.PostClose();
+        host.RunEnded(r);
         RunControl.render_thread_done = true;
         return 0;
     }
     RunControl.init_done = true;
+    r.started = true;
+    r.renderer = demo->renderer_text;
+    r.driver = demo->driver_text;
     host.PinThread();
     host.UpdateWindow();
     if (setup.windowed) {
@@ -124,13 +187,28 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
     unsigned lastFrame = timer.Milliseconds();
     s.warmup_done = false;
 
+    // Frames count when the device has drawn them, not when they are handed
+    // over: a frame still in flight belongs to no interval yet.
+    DrawnFrames drawn(*demo);
+    unsigned measuredSubmitted = 0;  // frames handed over in the measured phase
+    // Frame times come from the run's clock at full resolution; the
+    // millisecond timer above drives the run's logic.
+    ClockSource& clock = host.Clock();
+    int64_t lastFine = clock.Counter();
+    const double fineToMs = 1000.0 / static_cast<double>(clock.Frequency());
+
     bool benchmarkEnded = false;
     while (!RunControl.stop_requested) {
-        // L1: the warm-up is over; what it measured is thrown away.
+        // L1: the warm-up is over; what it measured is thrown away, and so
+        // are the warm-up frames still being drawn.
         if (benchmark && s.elapsed_ms > kWarmupMs && !s.warmup_done) {
+            drawn.Drain(false);
             s.warmup_done = true;
             ResetStatistics(s, averager);
+            r.fpsSeries.clear();
+            r.frameTimes.Reset();
             lastFrame = timer.Milliseconds();
+            lastFine = clock.Counter();
         }
         // L2: frame time, clamped so a stall cannot jump the animation or the clock.
         unsigned now = timer.Milliseconds();
@@ -140,32 +218,45 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         demo->frame_seconds = static_cast<float>(dt) * 0.001f;
         s.interval_ms += dt;
         s.elapsed_ms += dt;
+        const int64_t fine = clock.Counter();
+        const double frameMs = static_cast<double>(fine - lastFine) * fineToMs;
+        lastFine = fine;
 
-        // L3: the end test comes before drawing, so a frame-counted run draws
-        // exactly max_frames counted frames.
+        // L3: the end test comes before drawing. A frame-counted run hands
+        // over exactly max_frames measured frames and then waits for them,
+        // so it ends with exactly that many drawn; a timed run ends at its
+        // time, and frames still in flight then are not counted.
+        const bool measuring = !benchmark || s.warmup_done;
         if (benchmark && s.warmup_done) {
             bool finished = s.finished;
-            if (demo->api_id == kApiOpenGL4)
+            if (demo->api_id == kApiOpenGL4) {
                 finished = finished || demo->AmarkFinished();
-            else if (timeBased)
+            } else if (timeBased) {
                 finished = finished || s.elapsed_ms >= maxTime;
-            else  // exact count; a count of 0 means the run has no frame limit
-                finished = finished || (maxFrames != 0 && s.benchmark_frames == maxFrames);
+            } else if (maxFrames != 0 && measuredSubmitted == maxFrames) {  // 0: no frame limit
+                s.benchmark_frames += drawn.Drain(true);
+                finished = true;
+            }
             s.finished = finished;
             if (finished) {
                 benchmarkEnded = true;
                 break;
             }
         }
+        // The time since the last loop top is the last measured frame's.
+        if (measuring && measuredSubmitted > 0) r.frameTimes.Add(frameMs);
 
         // L4
         demo->Frame(demo->frame_seconds);
         if (demo->DeviceLost()) {
+            r.deviceLost = true;
             host.PostClose();
             break;
         }
-        s.interval_frames += 1;
-        if (!benchmark || s.warmup_done) s.benchmark_frames += 1;
+        if (measuring) ++measuredSubmitted;
+        const unsigned newlyDrawn = drawn.TakeNew();
+        s.interval_frames += newlyDrawn;
+        if (measuring) s.benchmark_frames += newlyDrawn;
 
         // L5: one sample per interval of at least a second; the count is not
         // scaled to the interval's true length.
@@ -176,6 +267,8 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
             s.interval_ms = 0;
             averager.Add(fps, s);
             s.fps_updated = 1;
+            if (s.warmup_done || !benchmark) r.fpsSeries.push_back(fps);
+            host.Progress(s, benchmark && s.warmup_done && timeBased ? maxTime : 0);
             if (setup.windowed && !RunControl.stop_requested) {
                 double temp = 0.0;
                 if (host.FirstGpuTemperature(&temp))
@@ -194,7 +287,14 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
             host.Sleep(static_cast<unsigned>(std::max(0, AtomicLoad(StartupOptions.tone_down_delay_ms))));
     }
 
+    host.EndProgress();
+    r.frames = s.benchmark_frames.load();
+    r.seconds = s.elapsed_ms.load() / 1000.0;
+    r.minFps = s.min_fps.load();
+    r.avgFps = s.avg_fps.load();
+    r.maxFps = s.max_fps.load();
     if (benchmarkEnded) {
+        drawn.Drain(false);
         if (demo->api_id == kApiOpenGL4) {
             demo->LogStageResults();
             s.score = static_cast<int>(demo->FinalScore());
@@ -204,6 +304,8 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         s.final_min_fps = s.min_fps.load();
         s.final_avg_fps = s.avg_fps.load();
         s.final_max_fps = s.max_fps.load();
+        r.finished = true;
+        r.score = s.score.load();
         host.LastFrameDrawn(*demo);
         host.PostClose();
         RunControl.benchmark_done = true;
@@ -218,6 +320,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         Retire(demo);
         gEventLog.Write("Main render thread - demo finished - exit ok.");
     }
+    host.RunEnded(r);
     RunControl.render_thread_done = true;
     return 0;
 }

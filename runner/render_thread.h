@@ -34,6 +34,12 @@ public:
     // Pins the render thread to its processor, once its object has made its
     // device (threads a software renderer starts then keep every processor).
     virtual void PinThread() {}
+    // Once per FPS sample: where the run stands (limitMs 0: no time limit).
+    virtual void Progress(const struct RunStatsRecord& stats, unsigned limitMs) {}
+    virtual void EndProgress() {}
+    // The run is over and its results are complete (also when it could not
+    // start); the last thing before the thread marks itself done.
+    virtual void RunEnded(const struct RunResults& results) {}
 };
 
 struct RunSetup {

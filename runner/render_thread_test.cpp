@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "core/settings.h"
 #include "runner/demo_access.h"
+#include "runner/run_results.h"
 #include "runner/run_stats.h"
 
 namespace {
@@ -65,8 +67,21 @@ public:
     bool DeviceLost() const override { return lostAt > 0 && c_.frames >= lostAt; }
     double FinalScore() const override { return 4321.9; }
     void LogStageResults() override { c_.order.push_back("LogStageResults"); }
+    // A device that finishes each frame `lag` frames after it was handed over.
+    uint64_t FramesFinished() override {
+        if (lag < 0) return kFramesNotTracked;
+        const int64_t done = std::max<int64_t>(drainedTo, c_.frames - lag);
+        return static_cast<uint64_t>(std::max<int64_t>(done, 0));
+    }
+    void FinishFrames() override {
+        drainedTo = c_.frames;
+        drains++;
+    }
 
     std::vector<float> seconds;
+    int lag = -1;
+    int64_t drainedTo = 0;
+    int drains = 0;
     std::function<void(int)> onFrame;
     int amarkFinishedAt = 0;
     int lostAt = 0;
@@ -103,8 +118,16 @@ public:
         return d;
     }
     ClockSource& Clock() override { return clock; }
+    void Progress(const RunStatsRecord&, unsigned limitMs) override { progressLimits.push_back(limitMs); }
+    void RunEnded(const RunResults& r) override {
+        ended.push_back(r);
+        endedBeforeDone = !RunControl.render_thread_done.load();
+    }
 
     FakeClock clock;
+    std::vector<unsigned> progressLimits;
+    std::vector<RunResults> ended;
+    bool endedBeforeDone = false;
     Calls calls;
     std::function<unsigned(int)> frameMs = [](int) { return 10u; };
     std::function<void(FakeDemo&)> setup;
@@ -321,6 +344,68 @@ TEST_F(RenderThread, DemoAccessSeesTheObjectOnlyWhileItRuns) {
     Run();
     EXPECT_TRUE(seenDuring);
     EXPECT_FALSE(DemoAccess::With([](cLm4DDemo&) {}));
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(RenderThread, OnlyDrawnFramesCountAndTheRunReportsItsResult) {
+    // Timed: the frames still in flight when the time is up are not counted,
+    // and neither are the warm-up's, which are waited for when it ends.
+    host.setup = [](FakeDemo& d) { d.lag = 2; };
+    Run();
+    EXPECT_EQ(host.calls.frames, 402 + 1000);
+    EXPECT_EQ(RunStats.score.load(), 998);
+    ASSERT_EQ(host.ended.size(), 1u);
+    const RunResults& r = host.ended[0];
+    EXPECT_TRUE(r.started);
+    EXPECT_TRUE(r.finished);
+    EXPECT_TRUE(host.endedBeforeDone);  // the report is the thread's last act before it says it is done
+    EXPECT_EQ(r.frames, 998u);
+    EXPECT_EQ(r.score, 998);
+    EXPECT_EQ(r.testName, "Furry VXA GL2");
+    EXPECT_EQ(r.apiName, "OpenGL 2");
+    // The end test comes before the sample of the last second.
+    EXPECT_EQ(r.fpsSeries.size(), 9u);
+    EXPECT_NEAR(r.frameTimes.Percentile(0.5), 10.0, 0.2);
+    // One progress report per measured second, with the limit to show.
+    EXPECT_EQ(std::count(host.progressLimits.begin(), host.progressLimits.end(), 10000u), 9);
+
+    // Frame-counted: exactly max_frames are handed over and all of them are
+    // waited for, so exactly that many are drawn and counted.
+    host = FakeHost();
+    host.setup = [](FakeDemo& d) { d.lag = 2; };
+    RunParameters.time_based = 0;
+    RunParameters.max_frames = 300;
+    Run();
+    EXPECT_EQ(RunStats.score.load(), 300);
+    ASSERT_EQ(host.ended.size(), 1u);
+    EXPECT_EQ(host.ended[0].frames, 300u);
+}
+
+TEST_F(RenderThread, EveryEndingIsReported) {
+    host.initOk = false;
+    Run();
+    ASSERT_EQ(host.ended.size(), 1u);
+    EXPECT_FALSE(host.ended[0].started);
+    EXPECT_EQ(SummaryLine(host.ended[0]), "Result: Furry VXA GL2, OpenGL 2, 320x200: could not start (see the event log)");
+
+    // Stopped from outside before the end: no score.
+    host = FakeHost();
+    host.setup = [](FakeDemo& d) { d.onFrame = [](int n) { if (n == 600) RunControl.stop_requested = true; }; };
+    Run();
+    ASSERT_EQ(host.ended.size(), 1u);
+    EXPECT_TRUE(host.ended[0].started);
+    EXPECT_FALSE(host.ended[0].finished);
+    EXPECT_NE(SummaryLine(host.ended[0]).find("score n.a. (stopped before the end)"), std::string::npos);
+
+    host = FakeHost();
+    RunControl.stop_requested = false;
+    host.setup = [](FakeDemo& d) { d.lostAt = 50; };
+    Run();
+    ASSERT_EQ(host.ended.size(), 1u);
+    EXPECT_TRUE(host.ended[0].deviceLost);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "runner/run3d.h"
 
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "core/boxes.h"
@@ -11,6 +12,7 @@
 #include "render/image_write.h"
 #include "runner/keys.h"
 #include "runner/run_facts.h"
+#include "runner/run_results.h"
 #include "runner/run_stats.h"
 
 std::function<void()> gShowScore = [] {};
@@ -20,7 +22,9 @@ namespace {
 
 class WindowRunHost : public RunHost {
 public:
-    WindowRunHost(platform::Window3D* window, Run3DServices services) : window_(window), services_(std::move(services)) {}
+    WindowRunHost(platform::Window3D* window, Run3DServices services, bool headless)
+        : window_(window), services_(std::move(services)),
+          progress_(headless && platform::StandardErrorIsTerminal()) {}
     void SetTitle(const char* title) override { window_->SetTitle(title); }
     void PostClose() override { platform::PostCloseToUi(); }
     void AttachInput(bool attach) override { platform::AttachInputToUiThread(attach); }
@@ -44,9 +48,33 @@ public:
             gEventLog.Write("Screenshot saved to [%s] (%dx%d).", gRunExtras.screenshotPath.c_str(), w, h);
     }
 
+    // A headless run shows where it stands on the terminal it was started
+    // from; into a file or a pipe it writes nothing.
+    void Progress(const RunStatsRecord& stats, unsigned limitMs) override {
+        if (!progress_) return;
+        char line[128];
+        const unsigned elapsed = stats.elapsed_ms.load() / 1000;
+        if (limitMs)
+            std::snprintf(line, sizeof line, "\r%s: %u s of %u s, %d FPS   ", current_test_name, elapsed, limitMs / 1000,
+                          stats.current_fps.load());
+        else
+            std::snprintf(line, sizeof line, "\r%s: %s%u s, %d FPS   ", current_test_name,
+                          stats.warmup_done || RunParameters.run_mode != 1 ? "" : "warming up, ", elapsed,
+                          stats.current_fps.load());
+        platform::WriteStandardError(line);
+        shown_ = true;
+    }
+    void EndProgress() override {
+        if (shown_) platform::WriteStandardError("\n");
+        shown_ = false;
+    }
+    void RunEnded(const RunResults& results) override { services_.runEnded(results); }
+
 private:
     platform::Window3D* window_;
     Run3DServices services_;
+    bool progress_;
+    bool shown_ = false;
 };
 
 struct RunState {
@@ -56,6 +84,8 @@ struct RunState {
     std::unique_ptr<platform::Window3D> retired;
     std::shared_ptr<WindowRunHost> host;
     std::thread thread;
+    // The render thread of a run the kill sequence stopped waiting for.
+    std::thread finishing;
 };
 
 RunState gRun;
@@ -80,7 +110,8 @@ void ClampRunSize(int* width, int* height, int maxViewportSize) {
 platform::Window3D* Current3DWindow() { return gRun.window.get(); }
 
 bool Start3DRun(DisplayKind kind, const Run3DServices& services) {
-    if (RunControl.render_thread_done) gRun.retired.reset();
+    // Two render threads never draw at once: they share the run's statistics.
+    JoinFinishingRenderThread();
     int width = RunParameters.width;
     int height = RunParameters.height;
     ClampRunSize(&width, &height, services.maxViewportSize);
@@ -111,7 +142,7 @@ bool Start3DRun(DisplayKind kind, const Run3DServices& services) {
     setup.windowed = !req.fullscreen;
     RunControl.stop_requested = false;
     RunControl.render_thread_done = false;
-    gRun.host = std::make_shared<WindowRunHost>(gRun.window.get(), services);
+    gRun.host = std::make_shared<WindowRunHost>(gRun.window.get(), services, req.headless);
     std::shared_ptr<WindowRunHost> host = gRun.host;
     gRun.thread = std::thread([host, setup] { RenderThreadProc(*host, setup); });
     return true;
@@ -128,7 +159,7 @@ bool Kill3DRun() {
         if (RunControl.render_thread_done)
             gRun.thread.join();
         else
-            gRun.thread.detach();  // keeps its host alive through the shared pointer
+            gRun.finishing = std::move(gRun.thread);  // keeps its host alive through the shared pointer
         gRun.host.reset();
         gEventLog.Write("Render thread killed ok.");
     }
@@ -156,12 +187,14 @@ void Close3DRun() {
     platform::PostQuitToUi();
 }
 
-bool WaitForRenderThreadEnd(unsigned ms) {
-    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (!RunControl.render_thread_done && std::chrono::steady_clock::now() < until)
-        platform::WaitServingSentMessages(5);
-    if (RunControl.render_thread_done) gRun.retired.reset();
-    return RunControl.render_thread_done;
+void JoinFinishingRenderThread() {
+    if (gRun.finishing.joinable()) {
+        // Its frame may be presenting into the window, which a driver can
+        // make wait on this thread: serve those messages meanwhile.
+        while (!RunControl.render_thread_done) platform::WaitServingSentMessages(5);
+        gRun.finishing.join();
+    }
+    gRun.retired.reset();
 }
 
 void Run3DMessageLoop() {

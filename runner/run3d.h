@@ -18,6 +18,9 @@ struct Run3DServices {
     std::function<bool(double*)> firstGpuTemperature = [](double*) { return false; };
     std::function<bool()> gpuPhysxAvailable = [] { return false; };
     std::function<std::unique_ptr<cLm4DDemo>(DemoClass)> createDemo = [](DemoClass) { return nullptr; };
+    // The run is over (on the render thread, as its last act): tell the user
+    // its results. Also called for a run that could not start.
+    std::function<void(const struct RunResults&)> runEnded = [](const struct RunResults&) {};
     // The largest viewport side the GPU allows; the run's size is cut to it.
     int maxViewportSize = 16384;
 };
@@ -31,10 +34,11 @@ bool Kill3DRun();
 // then the launcher again or the end of the program.
 void Close3DRun();
 
-// At exit: gives a render thread that outlived the kill sequence's wait
-// (a frame longer than a second) time to finish before the libraries it
-// draws with are shut down. True when no render thread is left.
-bool WaitForRenderThreadEnd(unsigned ms);
+// A render thread that outlived the kill sequence's wait (its last frame
+// took longer than a second) ends within that frame: waits for it, so the
+// libraries it draws with outlive it. Called before the next run starts and
+// at exit.
+void JoinFinishingRenderThread();
 
 // Runs the UI loop for the current run until the program should end.
 void Run3DMessageLoop();

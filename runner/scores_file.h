@@ -23,6 +23,6 @@ struct ScoreRow {
 
 constexpr const char* kScoresFileName = "./Ardentium_Scores.csv";
 
-// The header goes in only when the file could not be opened; false when
-// nothing could be written.
-bool AppendScoreRow(const char* path, const ScoreRow& row);
+// The header goes in only when the file could not be opened; false (with
+// the system's reason) when the row could not be written completely.
+bool AppendScoreRow(const char* path, const ScoreRow& row, std::string* reason = nullptr);

@@ -133,7 +133,23 @@ TEST(ScoresFile, HeaderOnlyForANewFileThenRows) {
     ASSERT_TRUE(AppendScoreRow(path, r));
     EXPECT_EQ(Slurp(path).substr(0, 14), "Furry VXA GL2,");
     std::remove(path);
-    EXPECT_FALSE(AppendScoreRow("no_such_dir/x/scores.csv", r));
+    std::string reason;
+    EXPECT_FALSE(AppendScoreRow("no_such_dir/x/scores.csv", r, &reason));
+    EXPECT_FALSE(reason.empty());
+
+    // Driver texts with commas or quotes stay in their column.
+    r.renderer = "Mesa, \"llvmpipe\"";
+    r.driver = "4.5 (Core Profile) Mesa 22.3.6";
+    ASSERT_TRUE(AppendScoreRow(path, r));
+    EXPECT_NE(Slurp(path).find("Furry VXA GL2,\"Mesa, \"\"llvmpipe\"\"\",4.5 (Core Profile) Mesa 22.3.6,"),
+              std::string::npos);
+    std::remove(path);
+#if !defined(_WIN32)
+    // A full disk shows when the row is flushed; it is reported, not lost silently.
+    reason.clear();
+    EXPECT_FALSE(AppendScoreRow("/dev/full", r, &reason));
+    EXPECT_NE(reason.find("space"), std::string::npos) << reason;
+#endif
 }
 
 }  // namespace

@@ -1,0 +1,58 @@
+// What a run measured, for the user: the summary line on standard output at
+// the end of every run and the JSON results file. Filled by the render
+// thread; read by others only once it has ended.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "runner/frame_times.h"
+
+struct RunResults {
+    std::string testName;  // the catalogue's display name
+    std::string apiName;   // "OpenGL 2" ... "Direct3D 11"
+    int width = 0, height = 0;
+    bool fullscreen = false;
+    bool benchmark = true;
+    bool timeBased = true;
+    unsigned maxTime = 0, maxFrames = 0;
+
+    bool started = false;     // Init succeeded
+    bool finished = false;    // a benchmark reached its end by itself
+    bool deviceLost = false;
+    std::string renderer, driver;
+
+    // The measured phase: after the warm-up in a benchmark, all of a stability test.
+    uint64_t frames = 0;        // frames drawn (their fences signalled)
+    double seconds = 0.0;       // length of the measured phase
+    int minFps = 0, avgFps = 0, maxFps = 0;
+    int score = 0;              // a finished benchmark's score
+    std::vector<int> fpsSeries; // one sample per measuring interval of about a second
+    FrameTimeHistogram frameTimes;
+};
+
+// The current (or last) run's results.
+extern RunResults gRunResults;
+
+// Everything else the JSON results hold that the runner does not know.
+struct SensorRange {
+    std::string name;  // "temperature_c", "load_percent", ...
+    double min = 0.0, max = 0.0;
+};
+struct GpuResult {
+    std::string name;
+    std::vector<SensorRange> sensors;  // only readings some interface supplied
+};
+struct ResultsContext {
+    std::string programVersion;
+    std::vector<std::pair<std::string, std::string>> settings;  // name, value as text
+    std::vector<GpuResult> gpus;
+    std::vector<std::string> errors;
+};
+
+// "Result: Furry VXA GL2, OpenGL 2, 640x360, 1204 frames in 5.00 s, FPS min/avg/max 228/240/251, score 1204"
+std::string SummaryLine(const RunResults& r);
+// The JSON results document (see the README for its fields).
+std::string ResultsJson(const RunResults& r, const ResultsContext& context);
