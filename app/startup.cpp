@@ -6,14 +6,13 @@
 #include "core/settings.h"
 #include "core/settings_file.h"
 #include "core/shell_state.h"
+#include "app/run_report.h"
 #include "app/startup.h"
+#include "core/run_outcome.h"
 #include "monitor/monitor_shell.h"
 #include "platform/platform.h"
 #include "runner/catalogue.h"
 #include "runner/run3d.h"
-#include "runner/run_facts.h"
-#include "runner/run_stats.h"
-#include "runner/scores_file.h"
 #include "scenes/fur/fur_factory.h"
 
 
@@ -27,7 +26,10 @@ constexpr unsigned kMonitorPeriodMs = 1000;
 void LogDisplayModes() {
     // The enumeration repeats the last mode read for the first index that
     // fails; scripts that parse the log expect that closing line.
-    if (!platform::HasDisplay()) return;
+    if (!platform::HasDisplay()) {
+        gEventLog.Write("Display modes: none (no display).");
+        return;
+    }
     platform::DisplayMode mode;
     for (int i = 0;; ++i) {
         bool ok = platform::EnumDisplayMode(i, &mode);
@@ -36,34 +38,11 @@ void LogDisplayModes() {
     }
 }
 
-void WriteScoresRow() {
-    ScoreRow row;
-    row.testName = current_test_name;
-    row.renderer = monitor::RendererText();
-    row.driver = monitor::DriverText();
-    row.gpuClockMhz = monitor::ScoreGpuClockMHz();
-    row.memoryClockMhz = monitor::ScoreMemoryClockMHz();
-    row.msaaSamples = RunFacts.msaaSamples;
-    row.width = RunFacts.clientWidth;
-    row.height = RunFacts.clientHeight;
-    row.fullscreen = RunParameters.fullscreen == 1;
-    row.timeBased = RunParameters.time_based == 1;
-    row.maxTime = static_cast<int>(RunParameters.max_time);
-    row.score = RunStats.score;
-    row.tempStart = RunFacts.tempStart;
-    row.tempEnd = RunFacts.tempEnd;
-    row.tempMax = RunFacts.tempMax;
-    row.avgFps = RunStats.avg_fps;
-    row.minFps = RunStats.min_fps;
-    row.maxFps = RunStats.max_fps;
-    AppendScoreRow(kScoresFileName, row);
-}
-
 void ShutDown() {
     if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
-    // The mesh library and the monitor's graphics context outlive any frame
-    // still being drawn by a render thread the kill sequence gave up on.
-    if (!WaitForRenderThreadEnd(30000)) gEventLog.Write("Render thread still busy at exit.");
+    // A render thread the kill sequence left finishing its last frame ends
+    // within that frame; the libraries it draws with outlive it.
+    JoinFinishingRenderThread();
     FreeADataLibrary(&gShell.adata);
     monitor::StopMonitorThread();
     monitor::FreeSensorArray();
@@ -72,12 +51,19 @@ void ShutDown() {
     gEventLog.Write("Exit from %s.", kProductTitle);
 }
 
+// A start that cannot happen is told on standard error as well as in the
+// event log: a script's user reads the terminal first.
+void TellCouldNotStart(const std::string& text) {
+    gEventLog.Write("%s", text.c_str());
+    platform::WriteStandardError(text + "\n");
+    NoteCouldNotStart(text);
+}
+
 void StartDirectly() {
     const int test = StartupOptions.test3d;
-    // Test 0 (the fur test of the chosen API and object) is what the
-    // launcher starts; until this build has a launcher, a direct start of 0
-    // stands in for it, so every furry object can be run from a script.
-    if (StartsThrough3DWindow(test) || test == 0) {
+    // Without a display there is nothing to open a window on.
+    const bool headless = gRunExtras.headless || !platform::HasDisplay();
+    if (StartsThrough3DWindow(test)) {
         Run3DServices services;
         services.createDemo = CreateFurDemo;
         services.firstGpuTemperature = [](double* celsius) {
@@ -86,15 +72,26 @@ void StartDirectly() {
             return true;
         };
         services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
-        // Without a display there is nothing to open a window on.
-        DisplayKind kind = (gRunExtras.headless || !platform::HasDisplay()) ? DisplayKind::Headless : DisplayKind::Window;
-        if (!Start3DRun(kind, services)) return;
+        services.runEnded = ReportRunEnded;
+        BeginRunReport();
+        if (!Start3DRun(headless ? DisplayKind::Headless : DisplayKind::Window, services)) {
+            TellCouldNotStart("The 3D window could not be created: no test was started.");
+            return;
+        }
     } else if (StartsAsTestApplication(test)) {
-        gEventLog.Write("%s: the GL test applications are not part of this build.", FindTestApp(test)->displayName);
+        TellCouldNotStart(std::string(FindTestApp(test)->displayName) +
+                          ": the GL test applications are not part of this build.");
         return;
+    } else {
+        char text[160];
+        std::snprintf(text, sizeof text, "No test has the identifier %d: nothing was started (see /? for the tests).",
+                      test);
+        TellCouldNotStart(text);
+        // Any other identifier starts nothing, and with a display the
+        // program waits for the user (or a stop signal) as it always has.
+        // Without one there is no user to wait for.
+        if (headless) return;
     }
-    // Any other identifier starts nothing, and the program waits for the
-    // user (or a stop signal) as the original does.
     Run3DMessageLoop();
 }
 
@@ -144,6 +141,8 @@ int ArdentiumMain(const char* commandLine) {
     gRunExtras = ParseRunExtras(commandLine);
     if (!gRunExtras.screenshotPath.empty())
         gRunExtras.screenshotPath = platform::ResolvePath(startFolder, gRunExtras.screenshotPath);
+    if (!gRunExtras.resultsJsonPath.empty())
+        gRunExtras.resultsJsonPath = platform::ResolvePath(startFolder, gRunExtras.resultsJsonPath);
 
     // Diagnostics for scripted users: nothing is started and nothing written.
     if (WantsUsage(commandLine)) {
@@ -170,18 +169,18 @@ int ArdentiumMain(const char* commandLine) {
     // The hardware monitor: the GPU inventory and the vendor interfaces.
     if (!monitor::MonitorStartup(0, 0, 32, 32, 0, 0, 0)) {
         ErrorBox("Could not initialize ProbeGPU. %s startup failed. Bye!", kProductTitle);
-        return 0;
+        return kExitCouldNotStart;
     }
     if (!monitor::GraphicsDriversFound()) {
         monitor::MonitorShutdown();
         ErrorBox("Graphics drivers detection failed. Bye!");
-        return 0;
+        return kExitCouldNotStart;
     }
 
     bool missingEntry = false;
     if (!LoadADataLibrary(gShell.programFolder + platform::LibFileName(kAdataLibraryBase), &gShell.adata, &missingEntry)) {
         ErrorBox(missingEntry ? "FATAL ERROR: unable to load adata pointers." : "FATAL ERROR: unable to load adata library.");
-        return 0;
+        return kExitCouldNotStart;
     }
 
     monitor::WriteStartupReport();
@@ -194,11 +193,11 @@ int ArdentiumMain(const char* commandLine) {
     CopyRunParameters(StartupOptions, RunParameters);
 
     if (StartupOptions.display_gui) {
-        gEventLog.Write("Launcher not available in this build: start a test with /display_gui=0 /test3d=ID.");
+        TellCouldNotStart("Launcher not available in this build: start a test with /display_gui=0 /test3d=ID.");
     } else {
         StartDirectly();
     }
 
     ShutDown();
-    return 0;
+    return CurrentExitCode();
 }

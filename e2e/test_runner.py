@@ -1,6 +1,8 @@
 """Test runs as a user meets them: a headless benchmark, a stability test
 stopped by a signal, a windowed run under a virtual X server with keys sent
 to it; checked through the event log, the scores file and screenshots."""
+import csv
+import json
 import os
 import re
 import shutil
@@ -25,7 +27,7 @@ class HeadlessRuns(E2ETest):
         inst = self.install()
         shot = os.path.join(inst.work_dir, "shot.png")
         r = inst.run(*RUN, "/run_mode=1", "/max_time=1500", "/log_score", "/headless", "/screenshot=shot.png",
-                     timeout=300)
+                     "/results_json=result.json", timeout=300)
         self.assertEqual(r.returncode, 0, r.stderr)
         msgs = inst.messages()
         tail = msgs[msgs.index("OpenGL 2 (4.5) context init ok.") if "OpenGL 2 (4.5) context init ok." in msgs
@@ -46,7 +48,7 @@ class HeadlessRuns(E2ETest):
         self.assertIn(b"GPU temp start(\xb0C)", lines[0])
         row = lines[1].decode("latin-1")
         self.assertTrue(row.startswith("Furry VXA GL2,"), row)
-        fields = row.split(",")
+        fields = next(csv.reader([row]))  # driver texts with commas are quoted
         score, max_time = int(fields[-7]), int(fields[-8])
         self.assertEqual(max_time, 1500)
         self.assertGreater(score, 0)
@@ -54,6 +56,40 @@ class HeadlessRuns(E2ETest):
         avg, mn, mx = int(fields[-3]), int(fields[-2]), int(fields[-1])
         self.assertLessEqual(mn, avg)
         self.assertLessEqual(avg, mx)
+        # The row names what the run drew with, as the event log does.
+        renderer = [m for m in msgs if m.startswith("OpenGL renderer: ")][0][len("OpenGL renderer: "):]
+        version = [m for m in msgs if m.startswith("OpenGL version: ")][0][len("OpenGL version: "):]
+        self.assertEqual(fields[1:3], [renderer, version])
+
+        # One summary line on standard output tells the same result.
+        self.assertEqual(r.stdout.count("\n"), 1, r.stdout)
+        m = re.match(r"^Result: Furry VXA GL2, OpenGL 2, 320x180, (\d+) frames in (\d+\.\d\d) s, "
+                     r"FPS min/avg/max (\d+)/(\d+)/(\d+), score (\d+)$", r.stdout.strip())
+        self.assertTrue(m, r.stdout)
+        self.assertEqual(int(m.group(1)), score)
+        self.assertEqual(int(m.group(6)), score)
+        self.assertGreaterEqual(float(m.group(2)), 1.5)
+        self.assertEqual([int(m.group(i)) for i in (3, 4, 5)], [mn, avg, mx])
+        # Not a terminal: no progress line on standard error.
+        self.assertNotIn(" s of ", r.stderr)
+
+        # The JSON results hold the same figures and more.
+        with open(os.path.join(inst.work_dir, "result.json"), encoding="utf-8") as f:
+            j = json.load(f)
+        self.assertEqual((j["test"], j["api"], j["width"], j["height"]), ("Furry VXA GL2", "OpenGL 2", 320, 180))
+        self.assertEqual((j["frames"], j["score"], j["ending"]), (score, score, "completed"))
+        self.assertEqual((j["renderer"], j["driver"]), (renderer, version))
+        self.assertEqual(j["fps"], {"min": mn, "avg": avg, "max": mx})
+        self.assertEqual(j["settings"]["max_time"], "1500")
+        self.assertEqual(j["settings"]["test3d"], "2003")
+        self.assertEqual(j["version"], "2.6.0")
+        self.assertTrue(j["fps_per_second"])
+        ft = j["frame_time_ms"]
+        self.assertTrue(0 < ft["p50"] <= ft["p95"] <= ft["p99"] <= ft["p99_9"], ft)
+        self.assertTrue(0 < j["low_fps"]["0_1_percent"] <= j["low_fps"]["1_percent"], j["low_fps"])
+        self.assertEqual(len(j["gpus"]), 1)
+        self.assertEqual(j["errors"], [])
+        self.assertFalse([n for n in os.listdir(inst.work_dir) if n.startswith("result.json.")])  # no temp left
 
         # The last frame: the heading in yellow, the FPS lines in white, the
         # progress figure near the top middle.
@@ -92,9 +128,62 @@ class HeadlessRuns(E2ETest):
     def test_objects_this_build_lacks_end_the_run(self):
         inst = self.install()
         r = inst.run("/display_gui=0", "/test3d=2015", "/headless", timeout=60)
-        self.assertEqual(r.returncode, 0)
+        self.assertEqual(r.returncode, 2)  # could not start
+        self.assertIn("Result: Furry VXA D3D11, Direct3D 11, 1280x720: could not start", r.stdout)
         msgs = inst.messages()
         self.assertIn("Direct3D 11 is available in the Windows build only.", msgs)
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+
+    def test_ctrl_c_stops_a_benchmark_promptly_and_a_second_one_at_once(self):
+        inst = self.install()
+        p = inst.start(*RUN, "/run_mode=1", "/max_time=60000", "/log_score", "/headless", "/results_json=r.json")
+        self.addCleanup(lambda: p.poll() is None and p.kill())
+        self.wait_message(inst, p, lambda m: "context init ok." in m, "context init")
+        time.sleep(1.0)
+        p.send_signal(signal.SIGINT)
+        stopped = time.time()
+        self.assertEqual(self.wait_exit(inst, p), 5)  # a benchmark stopped before its end
+        # About one frame plus the kill sequence and shut-down (the monitor
+        # thread's stop waits up to two of its one-second periods).
+        self.assertLess(time.time() - stopped, 10)
+        msgs = inst.messages()
+        end = [m for m in msgs if m in ("Main render thread - demo finished - exit ok.", "Render thread killed ok.",
+                                       "3D window killed ok.", "Exit from VXA Ardentium.")]
+        self.assertEqual(end, ["Main render thread - demo finished - exit ok.", "Render thread killed ok.",
+                               "3D window killed ok.", "Exit from VXA Ardentium."])
+        out, _ = inst.output(p)
+        self.assertRegex(out, r"^Result: Furry VXA GL2, OpenGL 2, 320x180, \d+ frames in [\d.]+ s, "
+                              r"FPS min/avg/max \d+/\d+/\d+, score n\.a\. \(stopped before the end\)\n$")
+        with open(os.path.join(inst.work_dir, "r.json"), encoding="utf-8") as f:
+            j = json.load(f)
+        self.assertEqual((j["ending"], j["score"]), ("stopped before the end", None))
+        # The scores row of the interrupted benchmark is still written.
+        with open(inst.path("Ardentium_Scores.csv"), "rb") as f:
+            self.assertTrue(f.read().split(b"\n")[1].startswith(b"Furry VXA GL2,"))
+
+        # A second SIGINT while the first is being handled ends it at once.
+        os.remove(os.path.join(inst.work_dir, "ardentium_log.txt"))  # wait for this run's own lines
+        p = inst.start(*RUN, "/run_mode=2", "/headless")
+        self.wait_message(inst, p, lambda m: "context init ok." in m, "context init")
+        p.send_signal(signal.SIGINT)
+        time.sleep(0.1)
+        p.send_signal(signal.SIGINT)
+        self.assertEqual(self.wait_exit(inst, p), 130)
+        self.assertIn("Interrupted again: ending at once.", inst.output(p)[1])
+
+    def test_results_that_cannot_be_written_change_the_exit_code(self):
+        inst = self.install()
+        # A folder where the scores file should be, and a results path under
+        # a file: both writes fail whoever runs the test (root included).
+        os.mkdir(inst.path("Ardentium_Scores.csv"))
+        r = inst.run(*RUN, "/run_mode=1", "/max_time=500", "/log_score", "/headless",
+                     "/results_json=/etc/hostname/r.json", timeout=300)
+        self.assertEqual(r.returncode, 3, r.stderr)
+        msgs = inst.messages()
+        self.assertTrue(any(m.startswith("Unable to write the results file [/etc/hostname/r.json]: ") for m in msgs), msgs)
+        self.assertTrue(any(m.startswith("Unable to write the scores file [./Ardentium_Scores.csv]: ") for m in msgs),
+                        msgs)
+        self.assertIn("score ", r.stdout)  # the summary line still tells the result
         self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
 
 
@@ -105,10 +194,9 @@ class HangReports(E2ETest):
     def test_a_run_past_its_time_reports_where_it_waits(self):
         inst = self.install()
         inst.echo_reports = False
-        # A test number that names no test: the program waits in its loop
-        # until it is stopped.
+        # A stability test runs until it is stopped.
         with self.assertRaises(RunFailed) as caught:
-            inst.run("/display_gui=0", "/test3d=1", timeout=5)
+            inst.run("/display_gui=0", "/test3d=2003", "/run_mode=2", "/width=64", "/height=64", timeout=5)
         report = str(caught.exception)
         self.assertIn("did not end within 5 s", report)
         self.assertIn("is still running", report)
@@ -128,7 +216,7 @@ class HangReports(E2ETest):
         self.assertLess(time.time() - started, 60)
         report = str(caught.exception)
         self.assertIn("ended before the log said the impossible", report)
-        self.assertIn("has ended with exit code 0", report)
+        self.assertIn("has ended with exit code 2", report)  # no Direct3D here: could not start
         self.assertIn("Exit from VXA Ardentium.", report)
         self.assertNotIn("--- stacks:", report)
 

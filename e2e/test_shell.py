@@ -51,23 +51,29 @@ class Shell(E2ETest):
         inst = self.install()
         with open(os.path.join(inst.work_dir, "ardentium_log.txt"), "w") as f:
             f.write("old run\n" * 50)
-        # A test number that names no test starts nothing and waits, like
-        # the original, until the user stops the program.
-        p = inst.start("/display_gui=0", "/test3d=1", "/width=800")
-        time.sleep(1.0)
-        self.assertIsNone(p.poll(), "the program should wait in its loop")
-        p.send_signal(signal.SIGINT)
-        self.assertEqual(p.wait(timeout=30), 0)
+        # A test number that names no test starts nothing. With a display the
+        # program would wait for its user; without one it says so and ends
+        # with the "could not start" code instead of hanging a script.
+        r = inst.run("/display_gui=0", "/test3d=1", "/width=800", timeout=30)
+        self.assertEqual(r.returncode, 2, r.stderr)
+        self.assertIn("No test has the identifier 1: nothing was started", r.stderr)
+        self.assertNotIn("Result:", r.stdout)
         msgs = inst.messages()
         self.assertStartsWith(msgs, START)
         self.assertNotIn("old run", "\n".join(inst.log_lines()))
         self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
         # A direct run never writes the settings file.
         self.assertFalse(os.path.exists(inst.path("startup_options.xml")))
-        # No display here: no display-mode lines.
-        self.assertFalse(any(m.startswith("Display modes:") for m in msgs))
+        # No display here: the modes line says so.
+        self.assertEqual([m for m in msgs if m.startswith("Display modes:")], ["Display modes: none (no display)."])
 
-        inst.run("/display_gui=1")
+        # Test 0 is the launcher's to start; a direct start of it starts nothing.
+        r = inst.run("/display_gui=0", "/test3d=0", timeout=30)
+        self.assertEqual(r.returncode, 2, r.stderr)
+        self.assertNotIn("context init ok.", "\n".join(inst.messages()))
+
+        r = inst.run("/display_gui=1")
+        self.assertEqual(r.returncode, 2)
         msgs = inst.messages()
         self.assertEqual(msgs[0], "VXA Ardentium DX11 is starting up.")
         self.assertEqual(msgs.count("Exit from VXA Ardentium."), 1)
@@ -75,7 +81,7 @@ class Shell(E2ETest):
     def test_missing_or_incomplete_mesh_library_is_fatal(self):
         inst = self.install(with_library=False)
         r = inst.run("/display_gui=1")
-        self.assertEqual(r.returncode, 0)
+        self.assertEqual(r.returncode, 2)  # could not start
         self.assertIn("FATAL ERROR: unable to load adata library.", r.stderr)
         msgs = inst.messages()
         self.assertEqual(msgs[-1], "FATAL ERROR: unable to load adata library.")
@@ -146,7 +152,7 @@ class Shell(E2ETest):
         inst = self.install()
         r = subprocess.run(["xvfb-run", "-a", "-s", "-screen 0 1024x768x24", inst.path("ardentium"), "/display_gui=1"],
                            cwd=inst.work_dir, capture_output=True, text=True, timeout=60)
-        self.assertEqual(r.returncode, 0, r.stderr)
+        self.assertEqual(r.returncode, 2, r.stderr)  # no launcher in this build yet
         modes = [m for m in inst.messages() if m.startswith("Display modes:")]
         self.assertGreaterEqual(len(modes), 2)
         self.assertRegex(modes[0], r"^Display modes: \d+x\d+ \(\d+bpp\) @ \d+Hz$")
