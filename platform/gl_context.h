@@ -56,6 +56,11 @@ private:
 std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlContextRequest& request,
                                            std::string* error);
 
+// A context for work that shows nothing (compute passes on a worker thread):
+// no window appears. Made current on the calling thread; on failure returns
+// null and says why in *error.
+std::unique_ptr<GlContext> CreateOffscreenGlContext(const GlContextRequest& request, std::string* error);
+
 // The entry point lookup of the current context, usable by gl::LoadFunctions.
 void* CurrentGlProcAddress(const char* name);
 

@@ -24,4 +24,17 @@ const char* LoadFunctions(ProcLookup lookup) {
     return missing.c_str();
 }
 
+std::string ComputeApi::Load(ProcLookup lookup) {
+    std::string missing;
+#define ARD_GL_LOAD(name, ret, params)                                            \
+    name = reinterpret_cast<decltype(name)>(lookup("gl" #name));                  \
+    if (!name) {                                                                  \
+        if (!missing.empty()) missing += ", ";                                    \
+        missing += "gl" #name;                                                    \
+    }
+    ARD_GL_COMPUTE_FUNCTIONS(ARD_GL_LOAD)
+#undef ARD_GL_LOAD
+    return missing;
+}
+
 }  // namespace gl

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #if defined(_WIN32)
 #define ARD_GLAPI __stdcall
@@ -161,5 +162,54 @@ ARD_GL_FUNCTIONS(ARD_GL_DECLARE)
 // could not be found (comma separated, empty when all were).
 using ProcLookup = void* (*)(const char* name);
 const char* LoadFunctions(ProcLookup lookup);
+
+// Compute shaders (OpenGL 4.3). These entry points live in a table of their
+// own, filled per context, so a worker thread with a context of its own
+// never writes the render thread's entry points above.
+constexpr GLenum COMPUTE_SHADER = 0x91B9, SHADER_STORAGE_BUFFER = 0x90D2, SHADER_STORAGE_BARRIER_BIT = 0x00002000,
+                 BUFFER_UPDATE_BARRIER_BIT = 0x00000200, MAX_COMPUTE_WORK_GROUP_INVOCATIONS = 0x90EB;
+
+#define ARD_GL_COMPUTE_FUNCTIONS(X)                                                                              \
+    X(GetError, GLenum, (void))                                                                                \
+    X(GetString, const GLubyte*, (GLenum name))                                                                \
+    X(GetIntegerv, void, (GLenum name, GLint* data))                                                           \
+    X(Finish, void, (void))                                                                                    \
+    X(CreateShader, GLuint, (GLenum type))                                                                     \
+    X(ShaderSource, void, (GLuint s, GLsizei n, const GLchar* const* src, const GLint* len))                   \
+    X(CompileShader, void, (GLuint s))                                                                         \
+    X(GetShaderiv, void, (GLuint s, GLenum name, GLint* v))                                                    \
+    X(GetShaderInfoLog, void, (GLuint s, GLsizei max, GLsizei* len, GLchar* log))                              \
+    X(DeleteShader, void, (GLuint s))                                                                          \
+    X(CreateProgram, GLuint, (void))                                                                           \
+    X(AttachShader, void, (GLuint p, GLuint s))                                                                \
+    X(LinkProgram, void, (GLuint p))                                                                           \
+    X(GetProgramiv, void, (GLuint p, GLenum name, GLint* v))                                                   \
+    X(GetProgramInfoLog, void, (GLuint p, GLsizei max, GLsizei* len, GLchar* log))                             \
+    X(DeleteProgram, void, (GLuint p))                                                                         \
+    X(UseProgram, void, (GLuint p))                                                                            \
+    X(GetUniformLocation, GLint, (GLuint p, const GLchar* name))                                               \
+    X(Uniform1i, void, (GLint loc, GLint v))                                                                   \
+    X(Uniform1ui, void, (GLint loc, GLuint v))                                                                 \
+    X(Uniform1f, void, (GLint loc, GLfloat v))                                                                 \
+    X(Uniform3f, void, (GLint loc, GLfloat a, GLfloat b, GLfloat c))                                           \
+    X(Uniform4f, void, (GLint loc, GLfloat a, GLfloat b, GLfloat c, GLfloat d))                                \
+    X(GenBuffers, void, (GLsizei n, GLuint* b))                                                                \
+    X(DeleteBuffers, void, (GLsizei n, const GLuint* b))                                                       \
+    X(BindBuffer, void, (GLenum target, GLuint b))                                                             \
+    X(BindBufferBase, void, (GLenum target, GLuint index, GLuint b))                                           \
+    X(BufferData, void, (GLenum target, GLsizeiptr size, const void* data, GLenum usage))                      \
+    X(BufferSubData, void, (GLenum target, GLintptr off, GLsizeiptr size, const void* data))                   \
+    X(GetBufferSubData, void, (GLenum target, GLintptr off, GLsizeiptr size, void* data))                      \
+    X(DispatchCompute, void, (GLuint x, GLuint y, GLuint z))                                                   \
+    X(MemoryBarrier, void, (GLbitfield barriers))
+
+struct ComputeApi {
+#define ARD_GL_MEMBER(name, ret, params) ret(ARD_GLAPI* name) params = nullptr;
+    ARD_GL_COMPUTE_FUNCTIONS(ARD_GL_MEMBER)
+#undef ARD_GL_MEMBER
+    // Fills the table through the given lookup; returns the names that could
+    // not be found (comma separated, empty when all were).
+    std::string Load(ProcLookup lookup);
+};
 
 }  // namespace gl

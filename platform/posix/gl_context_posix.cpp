@@ -210,6 +210,15 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
     return ctx;
 }
 
+std::unique_ptr<GlContext> CreateOffscreenGlContext(const GlContextRequest& request, std::string* error) {
+    // EGL needs no window at all; the 1x1 target it makes is never drawn on.
+    RenderTarget target;
+    target.headless = true;
+    target.width = 1;
+    target.height = 1;
+    return CreateGlContext(target, request, error);
+}
+
 void* CurrentGlProcAddress(const char* name) { return tCurrent ? tCurrent->ProcAddress(name) : nullptr; }
 
 }  // namespace platform

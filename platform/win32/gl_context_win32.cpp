@@ -29,8 +29,11 @@ public:
         wglMakeCurrent(nullptr, nullptr);
         wglDeleteContext(rc_);
         ReleaseDC(window_, dc_);
+        if (ownsWindow_) DestroyWindow(window_);
         if (tCurrent == this) tCurrent = nullptr;
     }
+    // The hidden window of an offscreen context goes with the context.
+    void OwnWindow() { ownsWindow_ = true; }
     void* ProcAddress(const char* name) override {
         // wglGetProcAddress knows only what came after OpenGL 1.1; the rest
         // is exported by opengl32 itself. Some drivers answer 1, 2, 3 or -1
@@ -52,6 +55,7 @@ private:
     HWND window_;
     HDC dc_;
     HGLRC rc_;
+    bool ownsWindow_ = false;
 };
 
 }  // namespace
@@ -115,6 +119,40 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
     if (swapInterval) swapInterval(0);
     auto ctx = std::make_unique<WglContext>(window, dc, rc);
     tCurrent = ctx.get();
+    return ctx;
+}
+
+std::unique_ptr<GlContext> CreateOffscreenGlContext(const GlContextRequest& request, std::string* error) {
+    // WGL needs a window for its pixel format; a hidden one is enough, and
+    // it is never shown nor drawn on, so its messages need no pumping.
+    static const ATOM windowClass = [] {
+        WNDCLASSA wc = {};
+        wc.style = CS_OWNDC;
+        wc.lpfnWndProc = DefWindowProcA;
+        wc.hInstance = GetModuleHandleA(nullptr);
+        wc.lpszClassName = "ArdentiumOffscreenGl";
+        return RegisterClassA(&wc);
+    }();
+    if (!windowClass) {
+        *error = "RegisterClass failed for the offscreen context";
+        return nullptr;
+    }
+    HWND window = CreateWindowExA(0, "ArdentiumOffscreenGl", "", WS_POPUP | WS_CLIPSIBLINGS | WS_CLIPCHILDREN, 0, 0,
+                                  16, 16, nullptr, nullptr, GetModuleHandleA(nullptr), nullptr);
+    if (!window) {
+        *error = "CreateWindowEx failed for the offscreen context";
+        return nullptr;
+    }
+    RenderTarget target;
+    target.nativeWindow = window;
+    target.width = 16;
+    target.height = 16;
+    std::unique_ptr<GlContext> ctx = CreateGlContext(target, request, error);
+    if (!ctx) {
+        DestroyWindow(window);
+        return nullptr;
+    }
+    static_cast<WglContext*>(ctx.get())->OwnWindow();
     return ctx;
 }
 
