@@ -1,5 +1,6 @@
 """Helpers for the end-to-end tests: run the real program the way a user does,
 from its own program folder, and read what it leaves behind."""
+import csv
 import itertools
 import os
 import re
@@ -368,6 +369,12 @@ def read_png(path):
         rows.append([tuple(line[x * channels:x * channels + 3]) for x in range(width)])
         prev = line
     return width, height, rows
+
+
+def csv_fields(row):
+    """The fields of one scores-file row (bytes): driver texts holding
+    commas are quoted."""
+    return next(csv.reader([row.decode("latin-1")]))
 
 
 def count_pixels(rows, box, predicate):

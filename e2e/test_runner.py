@@ -11,7 +11,7 @@ import subprocess
 import time
 import unittest
 
-from ardtest import E2ETest, RunFailed, bright_yellow, count_pixels, read_png, start_xvfb, whitish
+from ardtest import E2ETest, RunFailed, bright_yellow, count_pixels, csv_fields, read_png, start_xvfb, whitish
 
 # Small views and no logos: these tests are about the run, not the scene.
 # The animation is held at one moment: at 320x180 the software renderer's
@@ -107,7 +107,7 @@ class HeadlessRuns(E2ETest):
         r = inst.run(*RUN, "/run_mode=1", "/headless", timeout=300)
         self.assertEqual(r.returncode, 0, r.stderr)
         with open(inst.path("Ardentium_Scores.csv"), "rb") as f:
-            row = f.read().split(b"\n")[1].decode("latin-1").split(",")
+            row = csv_fields(f.read().split(b"\n")[1])
         self.assertEqual(row[-9], "NO")
         self.assertEqual(int(row[-7]), 12)  # exactly max_frames measured frames
 

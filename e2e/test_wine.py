@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-from ardtest import bright_yellow, count_pixels, read_png, start_xvfb, whitish
+from ardtest import bright_yellow, count_pixels, csv_fields, read_png, start_xvfb, whitish
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 WIN_BUILD = os.environ.get("ARDENTIUM_WIN_BUILD", os.path.join(HERE, "..", "build-win"))
@@ -96,7 +96,7 @@ class WindowsBuild(unittest.TestCase):
             rows = f.read().split(b"\r\n")
         self.assertIn(b"GPU temp max(\xb0C)", rows[0])
         self.assertTrue(rows[1].startswith(b"Furry VXA GL2,"), rows[1])
-        self.assertGreater(int(rows[1].split(b",")[-7]), 0)
+        self.assertGreater(int(csv_fields(rows[1])[-7]), 0)
         # The window's client area is the outer size less frame and menu.
         width, height, pixels = read_png(os.path.join(inst.work_dir, "shot.png"))
         self.assertLess(width, 400)

@@ -8,7 +8,7 @@ import subprocess
 import time
 import unittest
 
-from ardtest import ClassScope, bright_yellow, count_pixels, read_png, start_xvfb, whitish
+from ardtest import ClassScope, bright_yellow, count_pixels, csv_fields, read_png, start_xvfb, whitish
 from test_wine import WineInstall
 
 # The animation held at one moment, so every back-end draws the same frame.
@@ -78,8 +78,8 @@ class Direct3DUnderWine(unittest.TestCase):
                 self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
                 rows = self._scores(inst)
                 self.assertEqual(len(rows), 2, rows)
-                fields = rows[1].split(b",")
-                self.assertEqual(fields[0].decode(), row_name)
+                fields = csv_fields(rows[1])
+                self.assertEqual(fields[0], row_name)
                 self.assertGreater(int(fields[-7]), 0)  # frames counted
                 w, h, pixels = read_png(os.path.join(inst.work_dir, "shot.png"))
                 # The text block (title line in yellow, lines below in white).
