@@ -115,6 +115,7 @@ int ArdentiumMain(const char* commandLine) {
     platform::RememberUiThread();
     platform::InstallStopRequestHandlers();
     platform::MakeProcessDpiAware();
+    platform::TuneMemoryAllocator();
     platform::InitCommonControls();
 
     gEventLog.Write("%s DX11 is starting up.", kProductTitle);

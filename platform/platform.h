@@ -38,6 +38,10 @@ std::string CurrentDir();
 
 // Asks the system not to scale the program's windows (no-op where there is no such thing).
 void MakeProcessDpiAware();
+// Large blocks go straight back to the system when freed. The software
+// renderer's per-frame buffers otherwise stay in the heap, fragmented, and a
+// headless run's memory grows far past a windowed one's.
+void TuneMemoryAllocator();
 // Prepares the common controls library (Windows only).
 void InitCommonControls();
 

@@ -3,6 +3,7 @@
 
 #include <SDL2/SDL.h>
 #include <dlfcn.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sched.h>
 #include <fcntl.h>
@@ -89,6 +90,12 @@ std::string CurrentDir() {
 }
 
 void MakeProcessDpiAware() {}
+
+void TuneMemoryAllocator() {
+    // Setting the threshold also stops glibc from raising it each time a
+    // large block is freed, which is what lets those blocks pile up.
+    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
+}
 void InitCommonControls() {}
 
 bool HasDisplay() {

@@ -76,6 +76,9 @@ std::string CurrentDir() {
     return std::string(buf, n);
 }
 
+// The Windows heap returns large blocks to the system by itself.
+void TuneMemoryAllocator() {}
+
 void MakeProcessDpiAware() {
     HMODULE user32 = LoadLibraryA("user32.dll");
     if (!user32) return;
