@@ -37,6 +37,27 @@ void CopyText(char* dst, size_t dstSize, const char* src) {
     if (src) std::strncpy(dst, src, dstSize - 1);
 }
 
+NumberScan ScanInteger(const char* text, long long* out) {
+    if (!text) return NumberScan::NoNumber;
+    const char* p = text;
+    while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r' || *p == '\v' || *p == '\f') ++p;
+    bool negative = *p == '-';
+    if (*p == '+' || *p == '-') ++p;
+    if (*p < '0' || *p > '9') {
+        *out = 0;
+        return NumberScan::NoNumber;
+    }
+    unsigned long long magnitude = 0;
+    const unsigned long long limit = negative ? 9223372036854775808ull : 9223372036854775807ull;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        unsigned digit = static_cast<unsigned>(*p - '0');
+        if (magnitude > (limit - digit) / 10) return NumberScan::TooLarge;
+        magnitude = magnitude * 10 + digit;
+    }
+    *out = negative ? static_cast<long long>(0 - magnitude) : static_cast<long long>(magnitude);
+    return NumberScan::Ok;
+}
+
 void InitStartupOptions() { InitStartupOptions(StartupOptions, platform::GetSystemInfo().numberOfProcessors); }
 
 void InitStartupOptions(StartupOptionsRecord& o, unsigned processorCount) {

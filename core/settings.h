@@ -3,7 +3,9 @@
 // subsystem.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 // Placement of a row of per-GPU bars on the HUD.
@@ -143,6 +145,18 @@ extern const AaModeInfo kAaModes[];
 extern const int kAaModeCount;
 // Sample count of a mode name; 1 for "Off" or an unknown name.
 int AaSampleCount(const char* modeName);
+
+// Reads a decimal integer the way a "%d" scan does: leading white space, an
+// optional sign, then digits. NoNumber leaves *out at 0; TooLarge (beyond
+// 64 bits) leaves it untouched.
+enum class NumberScan { Ok, NoNumber, TooLarge };
+NumberScan ScanInteger(const char* text, long long* out);
+// Whether a scanned number can be stored in a field of type T unchanged.
+template <typename T>
+constexpr bool FitsIn(long long value) {
+    return value >= static_cast<long long>(std::numeric_limits<T>::min()) &&
+           value <= static_cast<long long>(std::numeric_limits<T>::max());
+}
 
 // Copies text into a fixed, NUL-terminated buffer, cutting it to fit.
 void CopyText(char* dst, size_t dstSize, const char* src);

@@ -1,17 +1,16 @@
 #include "core/settings_file.h"
 
-#include <irrXML.h>
-
-#include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
-#include <vector>
 
+#include "core/event_log.h"
 #include "core/settings.h"
+#include "core/xml_reader.h"
 #include "platform/compiler.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -31,25 +30,6 @@ const char* FurryObjectName(int number) {
 // The texts of the file are compared on their first 32 characters.
 bool SameWord(const char* text, const char* word) { return std::strncmp(text, word, 32) == 0; }
 
-// Attribute values are written inside double quotes; the five XML special
-// characters are written as the entities the reader turns back into them, so
-// a path or address containing them survives the round trip. Plain text is
-// written unchanged.
-std::string Escaped(const char* text) {
-    std::string out;
-    for (const char* c = text; *c; ++c) {
-        switch (*c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&apos;"; break;
-            default: out += *c;
-        }
-    }
-    return out;
-}
-
 class PieceWriter {
 public:
     explicit PieceWriter(FILE* f) : f_(f) {}
@@ -62,12 +42,13 @@ public:
         va_end(args);
         if (n < 0) return;
         size_t len = static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1;
-        std::fwrite(buf, 1, len, f_);
+        if (std::fwrite(buf, 1, len, f_) != len) failed_ = true;
     }
+    bool failed() const { return failed_ || std::ferror(f_) != 0; }
     void Int(const char* name, long long value) { Piece("\n\t\t%s=\"%lld\"", name, value); }
     void Flag(const char* name, bool value) { Piece("\n\t\t%s=\"%d\"", name, value ? 1 : 0); }
     void Text(const char* name, const char* value) {
-        std::string v = Escaped(value);
+        std::string v = EscapeXmlAttribute(value);
         // Long texts (a 1023-character path, an address of any length) are
         // written in pieces that fit the buffer.
         Piece("\n\t\t%s=\"", name);
@@ -77,37 +58,43 @@ public:
 
 private:
     FILE* f_;
+    bool failed_ = false;
 };
 
-using Reader = irr::io::IrrXMLReader;
+// Logs why the settings file could not be written and drops the half-made copy.
+bool WriteFailed(const char* path, const std::string& temp, const char* reason) {
+    gEventLog.Write("Settings file [%s] could not be written: %s.", path, reason);
+    std::remove(temp.c_str());
+    return false;
+}
 
 class AttributeReader {
 public:
-    explicit AttributeReader(Reader* r) : r_(r) {}
-    bool Has(const char* name) const { return r_->getAttributeValue(name) != nullptr; }
+    explicit AttributeReader(const XmlPullReader& r) : r_(r) {}
+    const char* Raw(const char* name) const {
+        const std::string* v = r_.Attribute(name);
+        return v ? v->c_str() : nullptr;
+    }
+    // Integers the field cannot hold leave it as it was.
     template <typename T>
     void Int(const char* name, T& field) const {
-        if (Has(name)) field = static_cast<T>(r_->getAttributeValueAsInt(name));
+        const char* v = Raw(name);
+        long long value = 0;
+        if (v && ScanInteger(v, &value) != NumberScan::TooLarge && FitsIn<T>(value)) field = static_cast<T>(value);
     }
     // Byte-sized flags are true only for exactly 1.
     void Flag(const char* name, bool& field) const {
-        if (Has(name)) field = r_->getAttributeValueAsInt(name) == 1;
+        const char* v = Raw(name);
+        long long value = 0;
+        if (v && ScanInteger(v, &value) != NumberScan::TooLarge) field = value == 1;
     }
     void Text(const char* name, char* field, size_t size) const {
-        if (const char* v = r_->getAttributeValue(name)) CopyText(field, size, v);
+        if (const char* v = Raw(name)) CopyText(field, size, v);
     }
-    const char* Raw(const char* name) const { return r_->getAttributeValue(name); }
 
 private:
-    Reader* r_;
+    const XmlPullReader& r_;
 };
-
-bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == ':'; }
-bool IsNameChar(char c) {
-    return IsNameStart(c) || std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '.' ||
-           static_cast<unsigned char>(c) >= 0x80;
-}
-bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 // Reads the whole file when it is of a size a settings file can have.
 bool ReadSmallFile(const char* path, std::string* out) {
@@ -118,122 +105,29 @@ bool ReadSmallFile(const char* path, std::string* out) {
     size_t n;
     out->clear();
     while ((n = std::fread(buf, 1, sizeof buf, f)) > 0 && out->size() <= kLimit) out->append(buf, n);
+    bool failed = std::ferror(f) != 0;
     std::fclose(f);
-    return out->size() <= kLimit;
+    return !failed && out->size() <= kLimit;
 }
 
 }  // namespace
 
-bool XmlIsWellFormed(const std::string& text) {
-    size_t i = 0;
-    const size_t n = text.size();
-    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) i = 3;
-    auto skipUntil = [&](const char* end) {
-        size_t at = text.find(end, i);
-        if (at == std::string::npos) return false;
-        i = at + std::strlen(end);
-        return true;
-    };
-    auto readName = [&](std::string* name) {
-        if (i >= n || !IsNameStart(text[i])) return false;
-        size_t start = i;
-        while (i < n && IsNameChar(text[i])) ++i;
-        if (name) *name = text.substr(start, i - start);
-        return true;
-    };
-    auto skipSpace = [&] {
-        size_t start = i;
-        while (i < n && IsSpace(text[i])) ++i;
-        return i > start;
-    };
-    std::vector<std::string> open;
-    bool rootSeen = false;
-    while (i < n) {
-        char c = text[i];
-        if (static_cast<unsigned char>(c) < 0x20 && !IsSpace(c)) return false;  // binary bytes
-        if (c != '<') {
-            // Character data is allowed only inside the root element.
-            if (open.empty() && !IsSpace(c)) return false;
-            ++i;
-            continue;
-        }
-        if (text.compare(i, 4, "<!--") == 0) {
-            i += 4;
-            if (!skipUntil("-->")) return false;
-        } else if (text.compare(i, 9, "<![CDATA[") == 0) {
-            if (open.empty()) return false;
-            i += 9;
-            if (!skipUntil("]]>")) return false;
-        } else if (text.compare(i, 2, "<?") == 0) {
-            i += 2;
-            if (!skipUntil("?>")) return false;
-        } else if (text.compare(i, 2, "<!") == 0) {
-            if (rootSeen) return false;  // declarations only before the root
-            i += 2;
-            if (!skipUntil(">")) return false;
-        } else if (text.compare(i, 2, "</") == 0) {
-            i += 2;
-            std::string name;
-            if (!readName(&name) || open.empty() || open.back() != name) return false;
-            skipSpace();
-            if (i >= n || text[i] != '>') return false;
-            ++i;
-            open.pop_back();
-        } else {
-            ++i;
-            std::string name;
-            if (!readName(&name)) return false;
-            if (open.empty() && rootSeen) return false;  // a second root
-            rootSeen = true;
-            for (;;) {
-                bool spaced = skipSpace();
-                if (i >= n) return false;
-                if (text[i] == '>') {
-                    ++i;
-                    open.push_back(name);
-                    break;
-                }
-                if (text.compare(i, 2, "/>") == 0) {
-                    i += 2;
-                    break;
-                }
-                if (!spaced || !readName(nullptr)) return false;
-                skipSpace();
-                if (i >= n || text[i] != '=') return false;
-                ++i;
-                skipSpace();
-                if (i >= n || (text[i] != '"' && text[i] != '\'')) return false;
-                char quote = text[i++];
-                size_t close = text.find(quote, i);
-                if (close == std::string::npos || text.find('<', i) < close) return false;
-                i = close + 1;
-            }
-        }
-    }
-    return rootSeen && open.empty();
-}
-
 bool ReadStartupOptionsFile(const char* path) { return ReadStartupOptionsFile(StartupOptions, path); }
 
 bool ReadStartupOptionsFile(StartupOptionsRecord& o, const char* path) {
-    // The parser trusts its input and can read past the end of a malformed
-    // document, so only well-formed text is handed to it. A file that is not
-    // XML, is cut short, or holds binary bytes leaves the settings as they are.
+    // The file is read once and those bytes are parsed. Everything up to the
+    // first complete `settings` tag must make sense; what follows it is not
+    // looked at, so a file cut short after that tag still gives its values.
     std::string text;
-    if (!path || !ReadSmallFile(path, &text) || !XmlIsWellFormed(text)) return false;
-    std::unique_ptr<Reader> reader(irr::io::createIrrXMLReader(path));
-    if (!reader) return false;
-
-    bool found = false;
-    while (reader->read()) {
-        if (reader->getNodeType() == irr::io::EXN_ELEMENT && std::strcmp(reader->getNodeName(), "settings") == 0) {
-            found = true;
-            break;
-        }
+    if (!path || !ReadSmallFile(path, &text)) return false;
+    XmlPullReader reader(text);
+    XmlPullReader::Node node;
+    while ((node = reader.Next()) != XmlPullReader::Node::End && node != XmlPullReader::Node::Error) {
+        if (node == XmlPullReader::Node::StartElement && reader.Name() == "settings") break;
     }
-    if (!found) return false;
+    if (node != XmlPullReader::Node::StartElement) return false;
 
-    AttributeReader a(reader.get());
+    AttributeReader a(reader);
     a.Int("api3d", o.api3d);  // stored unchecked, unlike the switch
     a.Int("display_gui", o.display_gui);
     a.Int("display_menu_bar", o.display_menu_bar);
@@ -273,12 +167,15 @@ bool ReadStartupOptionsFile(StartupOptionsRecord& o, const char* path) {
     return true;
 }
 
-void WriteStartupOptionsFile(const char* path) { WriteStartupOptionsFile(StartupOptions, path); }
+bool WriteStartupOptionsFile(const char* path) { return WriteStartupOptionsFile(StartupOptions, path); }
 
-void WriteStartupOptionsFile(const StartupOptionsRecord& o, const char* path) {
-    if (!path) return;
-    FILE* f = std::fopen(path, "w");
-    if (!f) return;
+bool WriteStartupOptionsFile(const StartupOptionsRecord& o, const char* path) {
+    if (!path) return false;
+    // The new file is written beside the old one and put in its place only
+    // when it is complete, so a crash or a full disk keeps the old settings.
+    const std::string temp = std::string(path) + ".tmp";
+    FILE* f = std::fopen(temp.c_str(), "w");
+    if (!f) return WriteFailed(path, temp, std::strerror(errno));
     PieceWriter w(f);
     w.Piece("<?xml version=\"1.0\"?>");
     w.Piece("\n<ardentium>");
@@ -320,5 +217,14 @@ void WriteStartupOptionsFile(const StartupOptionsRecord& o, const char* path) {
     w.Text("submit_score_user_email", o.submit_score_user_email.c_str());
     w.Piece("\n\t/>");
     w.Piece("\n</ardentium>");
-    std::fclose(f);
+    bool ok = !w.failed() && platform::FlushFileToDisk(f);
+    int err = errno;
+    if (std::fclose(f) != 0 && ok) {
+        ok = false;
+        err = errno;
+    }
+    if (!ok) return WriteFailed(path, temp, std::strerror(err ? err : EIO));
+    std::string why;
+    if (!platform::MoveFileOver(temp, path, &why)) return WriteFailed(path, temp, why.c_str());
+    return true;
 }
