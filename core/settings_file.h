@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 struct StartupOptionsRecord;
 
@@ -14,6 +15,8 @@ constexpr const char* kSettingsFileName = "startup_options.xml";
 // attributes leave their fields as they were.
 bool ReadStartupOptionsFile(const char* path);
 bool ReadStartupOptionsFile(StartupOptionsRecord& o, const char* path);
+// The same for a file's bytes already in memory.
+bool ReadStartupOptionsText(StartupOptionsRecord& o, std::string_view text);
 
 // Writes the whole file anew: into "<path>.tmp" first, which then replaces the
 // file in one step. False for a null path, or when writing, closing or
@@ -21,3 +24,6 @@ bool ReadStartupOptionsFile(StartupOptionsRecord& o, const char* path);
 // old file is left as it was.
 bool WriteStartupOptionsFile(const char* path);
 bool WriteStartupOptionsFile(const StartupOptionsRecord& o, const char* path);
+// The file's text, with "\n" line ends (text mode turns them into the
+// system's).
+std::string FormatStartupOptionsFile(const StartupOptionsRecord& o);

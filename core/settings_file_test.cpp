@@ -148,11 +148,15 @@ TEST(SettingsFile, ValueConversions) {
     EXPECT_FALSE(o.log_score);
     EXPECT_EQ(o.display_gui, 2);
 
-    o = ReadXml(Settings("run_mode='BENCHMARK' furry_object='SPHERE' api3d='77' width='abc' fullscreen='5'"));
+    o = ReadXml(Settings("run_mode='BENCHMARK' furry_object='SPHERE' api3d='77' tone_down_delay_ms='abc' "
+                         "width='abc' height='100000' fullscreen='5'"));
     EXPECT_EQ(o.run_mode, 1);
     EXPECT_EQ(o.furry_object, 4);
-    EXPECT_EQ(o.api3d, 77);  // stored unchecked, unlike the switch
-    EXPECT_EQ(o.width, 0);   // the integer conversion of text without digits
+    EXPECT_EQ(o.api3d, 77);              // stored unchecked, unlike the switch
+    EXPECT_EQ(o.tone_down_delay_ms, 0);  // the integer conversion of text without digits
+    // A render size outside 1..16384 would ask for gigabytes: refused.
+    EXPECT_EQ(o.width, 1280);
+    EXPECT_EQ(o.height, 720);
     EXPECT_EQ(o.fullscreen, 5);
 
     o = ReadXml(Settings("aa_mode='" + std::string(80, 'a') + "' fur_custom_bkg_map='" + std::string(2000, 'p') + "'"));
@@ -269,12 +273,12 @@ TEST(SettingsFile, HostileMarkup) {
     EXPECT_TRUE(found);
     EXPECT_EQ(o.height, 480);
     // Numbers too large for their field leave it as it was.
-    o = ReadXml(Settings("width='99999999999' max_time='-5' max_frames='4294967295' height='-7' "
+    o = ReadXml(Settings("width='99999999999' max_time='-5' max_frames='4294967295' fullscreen_frequency_hz='-7' "
                          "tone_down_delay_ms='99999999999999999999999'"));
     EXPECT_EQ(o.width, 1280);
     EXPECT_EQ(o.max_time, 60000u);
     EXPECT_EQ(o.max_frames, 4294967295u);
-    EXPECT_EQ(o.height, -7);
+    EXPECT_EQ(o.fullscreen_frequency_hz, -7);
     EXPECT_EQ(o.tone_down_delay_ms, 0);
 }
 
