@@ -1,9 +1,14 @@
 #include "core/settings.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
+#include <type_traits>
 
+#include "core/event_log.h"
 #include "platform/platform.h"
 
 StartupOptionsRecord StartupOptions;
@@ -37,76 +42,67 @@ void CopyText(char* dst, size_t dstSize, const char* src) {
     if (src) std::strncpy(dst, src, dstSize - 1);
 }
 
+NumberScan ScanInteger(const char* text, long long* out) {
+    if (!text) {
+        *out = 0;
+        return NumberScan::NoNumber;
+    }
+    const char* p = text;
+    while (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r' || *p == '\v' || *p == '\f') ++p;
+    bool negative = *p == '-';
+    if (*p == '+' || *p == '-') ++p;
+    if (*p < '0' || *p > '9') {
+        *out = 0;
+        return NumberScan::NoNumber;
+    }
+    unsigned long long magnitude = 0;
+    const unsigned long long limit = negative ? 9223372036854775808ull : 9223372036854775807ull;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        unsigned digit = static_cast<unsigned>(*p - '0');
+        if (magnitude > (limit - digit) / 10) return NumberScan::TooLarge;
+        magnitude = magnitude * 10 + digit;
+    }
+    *out = negative ? static_cast<long long>(0 - magnitude) : static_cast<long long>(magnitude);
+    return NumberScan::Ok;
+}
+
 void InitStartupOptions() { InitStartupOptions(StartupOptions, platform::GetSystemInfo().numberOfProcessors); }
 
+namespace {
+
+using namespace settings_table;
+
+template <typename T, typename V>
+void SetDefault(T& field, const V& value) {
+    field = static_cast<T>(value);
+}
+template <size_t N>
+void SetDefault(char (&field)[N], const char* value) {
+    CopyText(field, N, value);
+}
+template <typename T>
+void SetDefault(T&, Untouched) {}
+template <typename T>
+void SetDefault(T& field, Zeroed) {
+    std::memset(&field, 0, sizeof field);
+}
+template <typename T, size_t N>
+void SetDefault(T (&field)[N], const std::array<T, N>& values) {
+    for (size_t i = 0; i < N; ++i) field[i] = values[i];
+}
+inline void SetDefault(GraphDescriptor& field, const GraphDescriptor& value) { field = value; }
+inline void SetDefault(std::string& field, const char* value) { field = value; }
+
+}  // namespace
+
 void InitStartupOptions(StartupOptionsRecord& o, unsigned processorCount) {
-    o.test3d = 0;
-    // api3d keeps whatever it holds: it is zero from static initialisation.
-    o.display_gui = 1;
-    o.display_menu_bar = 1;
-    o.display_score = 1;
-    o.display_version = 0;
-    o.width = 1280;
-    o.height = 720;
-    o.custom_viewport_size = false;
-    CopyText(o.aa_mode, sizeof o.aa_mode, "Off");
-    o.reserved_launcher[0] = 0;
-    o.reserved_launcher[1] = 0;
-    o.fullscreen = 0;
-    o.run_mode = 1;
-    o.contest_mode = 0;
-    o.time_based_benchmark = true;
-    o.max_time = 60000;
-    o.max_frames = 0;
-    o.app_thread_priority = 0;
-    o.rendering_thread_priority = 0;
-    o.app_process_priority = 32;
-    o.app_cpu_affinity = 1;
-    o.rendering_cpu_affinity = processorCount > 1 ? 2 : 1;
-    o.reserved_int = 0;
-    o.xtreme_burn_in = false;
-    o.log_temperature = false;
-    o.log_score = false;
-    o.catalyst_warning = true;
-    o.furry_object = 1;
-    o.reserved_short = 0;
-    std::memset(o.reserved_text, 0, sizeof o.reserved_text);
-    o.enable_ty_osd_fix = true;
-    o.render_post_fx = false;
-    o.render_vxa_logo = true;
-    o.render_a_logo = true;
-    o.render_temp_graphs = false;
-    o.render_gpu_monitor = false;
-    o.render_general_indicators = true;
-    o.display_visual_indicators = true;
-    o.reserved_window_flag = true;
-    o.enable_amark_music = true;
-    o.gpu_load_graph = GraphDescriptor{true, 10, 150, 120, 0.5f, 40};
-    o.gpu_temp_graph = GraphDescriptor{true, 150, 150, 120, 0.5f, 40};
-    o.reserved_scene_flag_a = false;
-    o.reserved_scene_flag_b = true;
-    o.gl3_core_profile = false;
-    o.xtreme_burn_in_active = false;
-    o.enable_unlock_power_draw = true;
-    o.tone_down_delay_ms = 0;
-    o.fullscreen_frequency_hz = -1;
-    o.dmsize = 4096;
-    static const float kTuning[15] = {32, 32, 32, 30, 4, 1.0f, 0.7f, 0.6f, 0.8f, 0.8f, 1.0f, 0.9f, 0.9f, 0.9f, 90.0f};
-    std::memcpy(o.tuning, kTuning, sizeof kTuning);
-    CopyText(o.fur_custom_diffuse_map, sizeof o.fur_custom_diffuse_map, "");
-    o.fur_custom_diffuse_map_flag = true;
-    CopyText(o.fur_custom_bkg_map, sizeof o.fur_custom_bkg_map, "");
-    o.fur_custom_bkg_map_flag = true;
-    o.display_dm = false;
-    o.log_gl_errors = false;
-    o.enable_gpu_physx = false;
-    const bool kBenchmarkFlags[6] = {true, true, true, false, false, false};
-    std::memcpy(o.reserved_benchmark_flags, kBenchmarkFlags, sizeof kBenchmarkFlags);
-    o.reserved_benchmark_floats[0] = 0.5f;
-    o.reserved_benchmark_floats[1] = 0.5f;
-    o.reserved_benchmark_short = 0;
-    o.fractal_flame_particles = 2000000;
-    o.submit_score_user_email.clear();
+    const unsigned cpus = processorCount;  // the name the table's defaults use
+    (void)cpus;
+#define ARD_DEFAULT(TYPE, NAME, DEFAULT, ...) SetDefault(o.NAME, DEFAULT);
+#define ARD_RESERVED_DEFAULT(TYPE, NAME, DEFAULT) SetDefault(o.NAME, DEFAULT);
+    ARD_SETTINGS_FIELDS(ARD_DEFAULT, ARD_RESERVED_DEFAULT)
+#undef ARD_DEFAULT
+#undef ARD_RESERVED_DEFAULT
 }
 
 namespace {
@@ -119,49 +115,156 @@ class SwitchParser {
 public:
     explicit SwitchParser(const char* cmd) : cmd_(cmd) {}
 
-    const char* Find(const char* name) const { return std::strstr(cmd_, name); }
+    bool Has(const char* name) const { return std::strstr(cmd_, name) != nullptr; }
 
-    // Bare switch: true when present anywhere.
-    bool Has(const char* name) const { return Find(name) != nullptr; }
-
-    // "direct" switch: scans into the field; unreadable leaves it unchanged.
-    template <typename T>
-    void Direct(const char* name, T& field) const {
-        const char* at = Find(name);
-        if (!at) return;
-        int value = 0;
-        if (std::sscanf(at, Format(name).c_str(), &value) == 1) field = static_cast<T>(value);
+    // Scans "name=<integer>" at the switch's first occurrence, as a "%d"
+    // scan would, but refuses numbers beyond 64 bits instead of wrapping.
+    enum class Scan { Absent, Unreadable, TooLarge, Ok };
+    Scan Number(const char* name, long long* value, std::string* text) const {
+        const char* at = std::strstr(cmd_, name);
+        if (!at) return Scan::Absent;
+        at += std::strlen(name);
+        if (name[std::strlen(name) - 1] != '=') {
+            if (*at != '=') return Scan::Unreadable;
+            ++at;
+        }
+        const char* end = at;
+        while (*end && *end != ' ' && end - at < 24) ++end;
+        text->assign(at, end);
+        switch (ScanInteger(at, value)) {
+            case NumberScan::Ok: return Scan::Ok;
+            case NumberScan::TooLarge: return Scan::TooLarge;
+            default: return Scan::Unreadable;
+        }
     }
 
-    // "scratch" switch: scans into the shared scratch; returns false when the
-    // switch is absent.
-    bool Scratch(const char* name, bool resetFirst) {
-        const char* at = Find(name);
-        if (!at) return false;
-        if (resetFirst) scratch_ = 0;
-        std::sscanf(at, Format(name).c_str(), &scratch_);
+    // Scans into the scratch (set to 0 first when asked). False when the
+    // switch is absent or refused; an unreadable number leaves the scratch
+    // as it was and counts as read.
+    bool Scratch(const char* name, bool reset, const char* field) {
+        long long value = 0;
+        std::string text;
+        Scan scan = Number(name, &value, &text);
+        if (scan == Scan::Absent) return false;
+        if (reset) scratch_ = 0;
+        if (scan == Scan::TooLarge || (scan == Scan::Ok && !Accepts<int>(AnyValue, value))) {
+            Refuse(name, text.c_str(), "the number is too large", field);
+            return false;
+        }
+        if (scan == Scan::Ok) scratch_ = static_cast<int>(value);
         return true;
-    }
-
-    // 0/1 scratch switch: the field is set only when the scratch holds 1.
-    template <typename T>
-    void Flag(const char* name, T& field) {
-        if (Scratch(name, false)) field = static_cast<T>(scratch_ == 1);
     }
 
     int scratch() const { return scratch_; }
 
-private:
-    // The scan format is the switch name, an equals sign and one integer.
-    static std::string Format(const char* name) {
-        std::string f(name);
-        if (f.empty() || f.back() != '=') f += '=';
-        return f + "%d";
+    static void Refuse(const char* name, const char* text, const char* why, const char* field) {
+        gEventLog.Write("Command line: %s%s%s refused (%s); %s keeps its value.", name,
+                        name[std::strlen(name) - 1] == '=' ? "" : "=", text, why, field);
     }
 
+private:
     const char* cmd_;
     int scratch_ = 0;  // never 1 before the first scan
 };
+
+std::string RangeText(const Limits& limits) {
+    return "outside " + std::to_string(limits.min) + ".." + std::to_string(limits.max);
+}
+
+// Stores a number in a numeric field when its type and limits accept it.
+template <typename T>
+void StoreNumber(T& field, long long value, const Limits& limits, const SwitchSpec& sw, const char* fieldName) {
+    if constexpr (std::is_arithmetic_v<T>) {
+        if (Accepts<T>(limits, value)) {
+            field = static_cast<T>(value);
+            return;
+        }
+        std::string why = limits.set && Accepts<T>(AnyValue, value) ? RangeText(limits) : "too large for the field";
+        SwitchParser::Refuse(sw.name, std::to_string(value).c_str(), why.c_str(), fieldName);
+    }
+}
+
+template <typename T>
+void ApplySwitch(SwitchParser& p, const SwitchSpec& sw, const Limits& limits, const char* fieldName, T& field) {
+    switch (sw.form) {
+        case SwitchForm::None: return;
+        case SwitchForm::Bare:
+            if constexpr (std::is_arithmetic_v<T>)
+                if (p.Has(sw.name)) field = static_cast<T>(sw.value);
+            return;
+        case SwitchForm::Choice:
+            if constexpr (std::is_arithmetic_v<T>)
+                for (int i = 0; i < sw.wordCount; ++i)
+                    if (p.Has(sw.words[i].text)) field = static_cast<T>(sw.words[i].value);
+            return;
+        case SwitchForm::Flag01:
+            if constexpr (std::is_arithmetic_v<T>)
+                if (p.Scratch(sw.name, false, fieldName)) field = static_cast<T>(p.scratch() == 1);
+            return;
+        case SwitchForm::Direct: {
+            long long value = 0;
+            std::string text;
+            SwitchParser::Scan scan = p.Number(sw.name, &value, &text);
+            if (scan == SwitchParser::Scan::TooLarge)
+                SwitchParser::Refuse(sw.name, text.c_str(), "the number is too large", fieldName);
+            else if (scan == SwitchParser::Scan::Ok)
+                StoreNumber(field, value, limits, sw, fieldName);
+            return;
+        }
+        case SwitchForm::Scratch: {
+            if (!p.Scratch(sw.name, sw.resetScratch, fieldName)) return;
+            long long value = p.scratch();
+            if (sw.oneOf) {
+                bool known = false;
+                for (int i = 0; i < sw.oneOfCount; ++i) known = known || sw.oneOf[i] == value;
+                if (!known) value = sw.otherwise;
+            }
+            if constexpr (std::is_array_v<T>) {
+                // A number that names a text (the anti-aliasing modes).
+                for (int i = 0; i < sw.wordCount; ++i) {
+                    if (sw.words[i].value == value) {
+                        CopyText(field, sizeof field, sw.words[i].text);
+                        return;
+                    }
+                }
+                SwitchParser::Refuse(sw.name, std::to_string(value).c_str(), "not a known value", fieldName);
+            } else {
+                StoreNumber(field, value, limits, sw, fieldName);
+            }
+            return;
+        }
+    }
+}
+
+using SwitchApplier = void (*)(SwitchParser&, StartupOptionsRecord&);
+
+struct SwitchRow {
+    const char* field;
+    SwitchSpec sw;
+    HelpText help;
+    SwitchApplier apply;
+};
+
+#define ARD_SWITCH_ROW(TYPE, NAME, DEFAULT, LIMITS, FILE, SWITCH, HELP)            \
+    SwitchRow{#NAME, SWITCH, HELP, [](SwitchParser& p, StartupOptionsRecord& o) { \
+                  ApplySwitch(p, SWITCH, LIMITS, #NAME, o.NAME);                   \
+              }},
+#define ARD_NO_ROW(...)
+const SwitchRow kAllRows[] = {ARD_SETTINGS_FIELDS(ARD_SWITCH_ROW, ARD_NO_ROW)};
+#undef ARD_SWITCH_ROW
+#undef ARD_NO_ROW
+
+// The rows that have a switch, in the order the switches are tested.
+const std::vector<const SwitchRow*>& SwitchesInOrder() {
+    static const std::vector<const SwitchRow*> rows = [] {
+        std::vector<const SwitchRow*> r;
+        for (const SwitchRow& row : kAllRows)
+            if (row.sw.order > 0) r.push_back(&row);
+        std::sort(r.begin(), r.end(), [](const SwitchRow* a, const SwitchRow* b) { return a->sw.order < b->sw.order; });
+        return r;
+    }();
+    return rows;
+}
 
 }  // namespace
 
@@ -170,58 +273,7 @@ void ParseCommandLine(const char* commandLine) { ParseCommandLine(StartupOptions
 void ParseCommandLine(StartupOptionsRecord& o, const char* commandLine) {
     if (!commandLine) return;
     SwitchParser p(commandLine);
-
-    if (p.Has("/version")) o.display_version = 1;
-    p.Flag("/display_gui", o.display_gui);
-    if (p.Has("/nomenubar")) o.display_menu_bar = 0;
-    if (p.Has("/noscore")) o.display_score = 0;
-    p.Flag("/fullscreen", o.fullscreen);
-    p.Direct("/width=", o.width);
-    p.Direct("/height=", o.height);
-    if (p.Scratch("/msaa=", true)) {
-        switch (p.scratch()) {
-            case 0: CopyText(o.aa_mode, sizeof o.aa_mode, "Off"); break;
-            case 2: CopyText(o.aa_mode, sizeof o.aa_mode, "2X MSAA"); break;
-            case 4: CopyText(o.aa_mode, sizeof o.aa_mode, "4X MSAA"); break;
-            case 8: CopyText(o.aa_mode, sizeof o.aa_mode, "8X MSAA"); break;
-            default: break;
-        }
-    }
-    p.Direct("/run_mode=", o.run_mode);
-    p.Direct("/contest_mode=", o.contest_mode);
-    p.Direct("/max_time=", o.max_time);
-    p.Direct("/max_frames=", o.max_frames);
-    p.Direct("/app_thread_priority=", o.app_thread_priority);
-    p.Direct("/rendering_thread_priority=", o.rendering_thread_priority);
-    p.Direct("/app_process_priority=", o.app_process_priority);
-    p.Direct("/app_cpu_affinity=", o.app_cpu_affinity);
-    p.Direct("/rendering_cpu_affinity=", o.rendering_cpu_affinity);
-    if (p.Has("/xtreme_burn_in")) o.xtreme_burn_in_active = true;
-    if (p.Has("/log_temperature")) o.log_temperature = true;
-    if (p.Has("/log_score")) o.log_score = true;
-    if (p.Has("/disable_catalyst_warning")) o.catalyst_warning = false;
-    p.Flag("/render_post_fx", o.render_post_fx);
-    p.Flag("/render_vxa_logo", o.render_vxa_logo);
-    p.Flag("/render_a_logo", o.render_a_logo);
-    p.Flag("/render_gpu_monitor", o.render_gpu_monitor);
-    p.Flag("/render_temp_graph", o.render_temp_graphs);
-    p.Flag("/render_general_indicators", o.render_general_indicators);
-    p.Flag("/enable_ty_osd_fix", o.enable_ty_osd_fix);
-    if (p.Has("/no_visual_indicators")) o.display_visual_indicators = false;
-    if (p.Scratch("/dmsize", false) && p.scratch() >= 256 && p.scratch() <= 8192) o.dmsize = p.scratch();
-    if (p.Scratch("/test3d", true)) o.test3d = p.scratch();
-    if (p.Scratch("/api3d", true)) {
-        int api = p.scratch();
-        o.api3d = (api == 2 || api == 3 || api == 4 || api == 9 || api == 10 || api == 11) ? api : 2;
-    }
-    if (p.Has("/gl3_core_profile")) o.gl3_core_profile = true;
-    if (p.Has("/furry_vxa")) o.furry_object = 1;
-    if (p.Has("/furry_hd6970")) o.furry_object = 5;
-    if (p.Has("/furry_torus")) o.furry_object = 2;
-    if (p.Has("/display_dm")) o.display_dm = true;
-    if (p.Has("/log_gl_errors")) o.log_gl_errors = true;
-    if (p.Has("/no_music")) o.enable_amark_music = false;
-    if (p.Scratch("/fractal_flame_particles", true)) o.fractal_flame_particles = p.scratch();
+    for (const SwitchRow* row : SwitchesInOrder()) row->apply(p, o);
 }
 
 std::string JoinArguments(int argc, const char* const* argv) {
@@ -238,96 +290,59 @@ std::string JoinArguments(int argc, const char* const* argv) {
 
 namespace {
 
-class FieldPrinter {
-public:
-    void Int(const char* name, long long v) { out_ << name << '=' << v << '\n'; }
-    void Bool(const char* name, bool v) { out_ << name << '=' << (v ? 1 : 0) << '\n'; }
-    void Text(const char* name, const std::string& v) { out_ << name << '=' << v << '\n'; }
-    void Graph(const char* name, const GraphDescriptor& g) {
-        char buf[160];
-        std::snprintf(buf, sizeof buf, "%d,%d,%d,%d,%g,%d", g.shown ? 1 : 0, g.x, g.y, g.third,
-                      static_cast<double>(g.heightFraction), g.step);
-        out_ << name << '=' << buf << '\n';
-    }
-    std::string str() const { return out_.str(); }
-
-private:
-    std::ostringstream out_;
-};
+void PrintField(std::ostringstream& out, const char* name, long long v) { out << name << '=' << v << '\n'; }
+void PrintField(std::ostringstream& out, const char* name, bool v) { out << name << '=' << (v ? 1 : 0) << '\n'; }
+void PrintField(std::ostringstream& out, const char* name, const char* v) { out << name << '=' << v << '\n'; }
+void PrintField(std::ostringstream& out, const char* name, const std::string& v) { out << name << '=' << v << '\n'; }
+void PrintField(std::ostringstream& out, const char* name, const GraphDescriptor& g) {
+    char buf[160];
+    std::snprintf(buf, sizeof buf, "%d,%d,%d,%d,%g,%d", g.shown ? 1 : 0, g.x, g.y, g.third,
+                  static_cast<double>(g.heightFraction), g.step);
+    out << name << '=' << buf << '\n';
+}
+template <typename T, typename = std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>>>
+void PrintField(std::ostringstream& out, const char* name, T v) {
+    PrintField(out, name, static_cast<long long>(v));
+}
 
 }  // namespace
 
 std::string FormatSettings(const StartupOptionsRecord& o) {
-    FieldPrinter p;
-    p.Int("test3d", o.test3d);
-    p.Int("api3d", o.api3d);
-    p.Int("display_gui", o.display_gui);
-    p.Int("display_menu_bar", o.display_menu_bar);
-    p.Int("display_score", o.display_score);
-    p.Int("display_version", o.display_version);
-    p.Int("width", o.width);
-    p.Int("height", o.height);
-    p.Bool("custom_viewport_size", o.custom_viewport_size);
-    p.Text("aa_mode", o.aa_mode);
-    p.Int("fullscreen", o.fullscreen);
-    p.Int("run_mode", o.run_mode);
-    p.Int("contest_mode", o.contest_mode);
-    p.Bool("time_based_benchmark", o.time_based_benchmark);
-    p.Int("max_time", o.max_time);
-    p.Int("max_frames", o.max_frames);
-    p.Int("app_thread_priority", o.app_thread_priority);
-    p.Int("rendering_thread_priority", o.rendering_thread_priority);
-    p.Int("app_process_priority", o.app_process_priority);
-    p.Int("app_cpu_affinity", o.app_cpu_affinity);
-    p.Int("rendering_cpu_affinity", o.rendering_cpu_affinity);
-    p.Bool("xtreme_burn_in", o.xtreme_burn_in);
-    p.Bool("log_temperature", o.log_temperature);
-    p.Bool("log_score", o.log_score);
-    p.Bool("catalyst_warning", o.catalyst_warning);
-    p.Int("furry_object", o.furry_object);
-    p.Bool("enable_ty_osd_fix", o.enable_ty_osd_fix);
-    p.Bool("render_post_fx", o.render_post_fx);
-    p.Bool("render_vxa_logo", o.render_vxa_logo);
-    p.Bool("render_a_logo", o.render_a_logo);
-    p.Bool("render_temp_graphs", o.render_temp_graphs);
-    p.Bool("render_gpu_monitor", o.render_gpu_monitor);
-    p.Bool("render_general_indicators", o.render_general_indicators);
-    p.Bool("display_visual_indicators", o.display_visual_indicators);
-    p.Bool("enable_amark_music", o.enable_amark_music);
-    p.Graph("gpu_load_graph", o.gpu_load_graph);
-    p.Graph("gpu_temp_graph", o.gpu_temp_graph);
-    p.Bool("gl3_core_profile", o.gl3_core_profile);
-    p.Bool("xtreme_burn_in_active", o.xtreme_burn_in_active);
-    p.Bool("enable_unlock_power_draw", o.enable_unlock_power_draw);
-    p.Int("tone_down_delay_ms", o.tone_down_delay_ms);
-    p.Int("fullscreen_frequency_hz", o.fullscreen_frequency_hz);
-    p.Int("dmsize", o.dmsize);
-    p.Text("fur_custom_diffuse_map", o.fur_custom_diffuse_map);
-    p.Text("fur_custom_bkg_map", o.fur_custom_bkg_map);
-    p.Bool("display_dm", o.display_dm);
-    p.Bool("log_gl_errors", o.log_gl_errors);
-    p.Bool("enable_gpu_physx", o.enable_gpu_physx);
-    p.Int("fractal_flame_particles", o.fractal_flame_particles);
-    p.Text("submit_score_user_email", o.submit_score_user_email);
-    return p.str();
+    std::ostringstream out;
+#define ARD_PRINT(TYPE, NAME, ...) PrintField(out, #NAME, o.NAME);
+#define ARD_SKIP(...)
+    ARD_SETTINGS_FIELDS(ARD_PRINT, ARD_SKIP)
+#undef ARD_PRINT
+#undef ARD_SKIP
+    return out.str();
 }
 
 RunExtras gRunExtras;
 
 namespace {
 
-// A path switch's value: a quoted path may hold spaces; otherwise the path
-// ends at the next one. Empty when the switch is absent.
-std::string PathSwitch(const char* commandLine, const char* name) {
-    const char* at = std::strstr(commandLine, name);
-    if (!at) return std::string();
+// A present switch sets a flag.
+void ParseExtra(const char* at, const char*, bool& field) { field = at != nullptr; }
+
+// Seconds, 0 or more; anything else leaves the default (off).
+void ParseExtra(const char* at, const char* name, float& field) {
+    if (!at) return;
+    char* end = nullptr;
+    double t = std::strtod(at + std::strlen(name), &end);
+    if (end != at + std::strlen(name) && t >= 0.0 && t < 1e6) field = static_cast<float>(t);
+}
+
+// A path: quoted when it holds spaces, otherwise up to the next space.
+void ParseExtra(const char* at, const char* name, std::string& field) {
+    if (!at) return;
     at += std::strlen(name);
     if (*at == '"') {
         const char* end = std::strchr(at + 1, '"');
-        return end ? std::string(at + 1, end) : std::string(at + 1);
+        field = end ? std::string(at + 1, end) : std::string(at + 1);
+    } else {
+        const char* end = std::strchr(at, ' ');
+        field = end ? std::string(at, end) : std::string(at);
     }
-    const char* end = std::strchr(at, ' ');
-    return end ? std::string(at, end) : std::string(at);
 }
 
 }  // namespace
@@ -335,13 +350,10 @@ std::string PathSwitch(const char* commandLine, const char* name) {
 RunExtras ParseRunExtras(const char* commandLine) {
     RunExtras e;
     if (!commandLine) return e;
-    e.headless = std::strstr(commandLine, "/headless") != nullptr;
-    if (const char* at = std::strstr(commandLine, "/animation_time=")) {
-        float t = 0.0f;
-        if (std::sscanf(at, "/animation_time=%f", &t) == 1 && t >= 0.0f && t < 1e6f) e.animationTime = t;
-    }
-    e.screenshotPath = PathSwitch(commandLine, "/screenshot=");
-    e.resultsJsonPath = PathSwitch(commandLine, "/results_json=");
+#define ARD_PARSE_EXTRA(TYPE, MEMBER, SWITCH, DEFAULT, HELP) \
+    ParseExtra(std::strstr(commandLine, SWITCH), SWITCH, e.MEMBER);
+    ARD_RUN_EXTRAS(ARD_PARSE_EXTRA)
+#undef ARD_PARSE_EXTRA
     return e;
 }
 
@@ -350,60 +362,94 @@ bool WantsUsage(const char* commandLine) {
     return std::strstr(commandLine, "/?") || std::strstr(commandLine, "/help") || std::strstr(commandLine, "--help");
 }
 
+const char* const kUsageFooter =
+    "\n"
+    "A bare 0/1 switch (for example /render_post_fx) takes the number of the switch\n"
+    "before it; write the value to be sure.\n"
+    "\n"
+    "Every run prints one \"Result:\" line on standard output when it ends.\n"
+    "\n"
+    "Exit codes:\n"
+    "  0    the run did what was asked and its results were written\n"
+    "  2    could not start (window, graphics context or API, data, unknown test)\n"
+    "  3    a result (scores row, JSON results, temperature log) could not be written\n"
+    "  4    the run broke off (the graphics device was lost)\n"
+    "  5    a benchmark was stopped (Esc, window closed, Ctrl+C) before its end\n"
+    "  130  a second Ctrl+C or SIGINT ended the program at once\n";
+
+namespace {
+
+// "/name=ARG": the argument follows the switch, after an equals sign.
+std::string SwitchWithArg(const char* name, const char* arg) {
+    std::string s = name;
+    if (*arg) s += (s.back() == '=' ? "" : "=") + std::string(arg);
+    return s;
+}
+
+// One switch: its name in the left column, the text wrapped at 80 columns.
+void UsageLine(std::string* out, const std::string& left, const char* text) {
+    const size_t kColumn = 32, kWidth = 80;
+    std::string line = "  " + left;
+    line += line.size() < kColumn ? std::string(kColumn - line.size(), ' ') : std::string(" ");
+    std::string word;
+    for (const char* c = text;; ++c) {
+        if (*c && *c != ' ') {
+            word += *c;
+            continue;
+        }
+        if (!word.empty()) {
+            if (line.size() + word.size() > kWidth && line.find_first_not_of(' ') < line.size() &&
+                line.back() != ' ') {
+                *out += line + "\n";
+                line.assign(kColumn, ' ');
+            }
+            if (line.back() != ' ') line += ' ';
+            line += word;
+            word.clear();
+        }
+        if (!*c) break;
+    }
+    *out += line + "\n";
+}
+
+}  // namespace
+
 std::string UsageText() {
-    return "Usage: ardentium [switches]\n"
-           "Switches are written /name or /name=value (on Linux also --name or --name=value).\n"
-           "\n"
-           "  /version                      show the version and exit\n"
-           "  /display_gui=0|1              1 shows the launcher, 0 starts the test at once\n"
-           "  /nomenubar                    no menu bar on the 3D window\n"
-           "  /noscore                      do not show the score\n"
-           "  /fullscreen=0|1               full-screen display mode\n"
-           "  /width=N /height=N            render size in pixels\n"
-           "  /msaa=0|2|4|8                 multisample anti-aliasing\n"
-           "  /run_mode=1|2                 1 benchmark, 2 stability test (burn-in)\n"
-           "  /contest_mode=N               contest run flag\n"
-           "  /max_time=MS                  run length in milliseconds\n"
-           "  /max_frames=N                 run length in frames; counts only when the settings\n"
-           "                                file sets time_based_benchmark=\"0\" (0: not used)\n"
-           "  /app_thread_priority=N  /rendering_thread_priority=N  /app_process_priority=N\n"
-           "  /app_cpu_affinity=MASK  /rendering_cpu_affinity=MASK   (stored, not applied)\n"
-           "  /xtreme_burn_in               Xtreme burn-in for this run\n"
-           "  /log_temperature              write gpu-temperature.xml\n"
-           "  /log_score                    append the result to Ardentium_Scores.csv\n"
-           "  /disable_catalyst_warning\n"
-           "  /render_post_fx=0|1  /render_vxa_logo=0|1  /render_a_logo=0|1\n"
-           "  /render_gpu_monitor=0|1  /render_temp_graph=0|1  /render_general_indicators=0|1\n"
-           "  /enable_ty_osd_fix=0|1\n"
-           "  /no_visual_indicators         hide every on-screen indicator\n"
-           "  /dmsize=256..8192             map size of the OpenGL 4 benchmark\n"
-           "  /test3d=ID                    test to start: 2003 fur (OpenGL 2), 2102 fur (OpenGL 3),\n"
-           "                                2006/2010/2015 fur (Direct3D 9/10/11, Windows only)\n"
-           "  /api3d=2|3|4|9|10|11          OpenGL 2/3/4, Direct3D 9/10/11\n"
-           "  /gl3_core_profile             core profile for OpenGL 3 and later\n"
-           "  /furry_vxa  /furry_hd6970  /furry_torus\n"
-           "  /display_dm  /log_gl_errors  /no_music\n"
-           "  /fractal_flame_particles=N\n"
-           "  /headless                     draw offscreen, without a window (automatic on Linux\n"
-           "                                without a display); Ctrl+C or SIGTERM ends the run\n"
-           "  /screenshot=PATH              save the run's last frame as a PNG image\n"
-           "  /animation_time=SECONDS       hold the scene's animation at that time (same picture\n"
-           "                                on every API and card)\n"
-           "  /results_json=PATH            write the run's result (frames, FPS, frame times,\n"
-           "                                sensors, errors) as JSON to PATH\n"
-           "  /print_settings               print the resulting settings and exit\n"
-           "  /? /help                      this text\n"
-           "\n"
-           "A bare 0/1 switch (for example /render_post_fx) takes the number of the switch\n"
-           "before it; write the value to be sure.\n"
-           "\n"
-           "Every run prints one \"Result:\" line on standard output when it ends.\n"
-           "\n"
-           "Exit codes:\n"
-           "  0    the run did what was asked and its results were written\n"
-           "  2    could not start (window, graphics context or API, data, unknown test)\n"
-           "  3    a result (scores row, JSON results, temperature log) could not be written\n"
-           "  4    the run broke off (the graphics device was lost)\n"
-           "  5    a benchmark was stopped (Esc, window closed, Ctrl+C) before its end\n"
-           "  130  a second Ctrl+C or SIGINT ended the program at once\n";
+    std::string out =
+        "Usage: ardentium [switches]\n"
+        "Switches are written /name or /name=value (on Linux also --name or --name=value).\n"
+        "\n";
+    for (const SwitchRow* row : SwitchesInOrder()) {
+        if (!row->help.arg) continue;
+        std::string left;
+        if (row->sw.form == SwitchForm::Choice) {
+            for (int i = 0; i < row->sw.wordCount; ++i) left += (i ? "  " : "") + std::string(row->sw.words[i].text);
+        } else {
+            left = SwitchWithArg(row->sw.name, row->help.arg);
+        }
+        UsageLine(&out, left, row->help.text);
+    }
+#define ARD_EXTRA_USAGE(TYPE, MEMBER, SWITCH, DEFAULT, HELP) \
+    UsageLine(&out, SwitchWithArg(SWITCH, (HELP).arg), (HELP).text);
+    ARD_RUN_EXTRAS(ARD_EXTRA_USAGE)
+#undef ARD_EXTRA_USAGE
+    UsageLine(&out, kPrintSettingsSwitch, "print the resulting settings and exit");
+    UsageLine(&out, "/? /help", "this text");
+    return out + kUsageFooter;
+}
+
+std::vector<std::string> KnownSwitches() {
+    std::vector<std::string> names;
+    for (const SwitchRow* row : SwitchesInOrder()) {
+        if (row->sw.form == SwitchForm::Choice) {
+            for (int i = 0; i < row->sw.wordCount; ++i) names.push_back(row->sw.words[i].text);
+        } else {
+            names.push_back(row->sw.name);
+        }
+    }
+#define ARD_EXTRA_NAME(TYPE, MEMBER, SWITCH, DEFAULT, HELP) names.push_back(SWITCH);
+    ARD_RUN_EXTRAS(ARD_EXTRA_NAME)
+#undef ARD_EXTRA_NAME
+    names.push_back(kPrintSettingsSwitch);
+    return names;
 }

@@ -1,58 +1,29 @@
 #include "core/settings_file.h"
 
-#include <irrXML.h>
-
-#include <cctype>
+#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#include "core/event_log.h"
 #include "core/settings.h"
+#include "core/xml_reader.h"
 #include "platform/compiler.h"
+#include "platform/platform.h"
 
 namespace {
 
-struct FurryName {
-    int number;
-    const char* name;
-};
-// In the order the file writer tests them.
-const FurryName kFurryNames[] = {{1, "VXA"}, {5, "HD6970"}, {2, "TORUS"}, {4, "SPHERE"}, {3, "BOX"}};
-
-const char* FurryObjectName(int number) {
-    for (const FurryName& f : kFurryNames)
-        if (f.number == number) return f.name;
-    return "VXA";
-}
+using namespace settings_table;
 
 // The texts of the file are compared on their first 32 characters.
 bool SameWord(const char* text, const char* word) { return std::strncmp(text, word, 32) == 0; }
 
-// Attribute values are written inside double quotes; the five XML special
-// characters are written as the entities the reader turns back into them, so
-// a path or address containing them survives the round trip. Plain text is
-// written unchanged.
-std::string Escaped(const char* text) {
-    std::string out;
-    for (const char* c = text; *c; ++c) {
-        switch (*c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&apos;"; break;
-            default: out += *c;
-        }
-    }
-    return out;
-}
-
 class PieceWriter {
 public:
-    explicit PieceWriter(FILE* f) : f_(f) {}
     // Each piece is formatted into a 4096-byte buffer and written with its length.
     ARD_PRINTF_LIKE(2, 3) void Piece(const char* format, ...) {
         char buf[4096];
@@ -62,12 +33,13 @@ public:
         va_end(args);
         if (n < 0) return;
         size_t len = static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1;
-        std::fwrite(buf, 1, len, f_);
+        out_.append(buf, len);
     }
+    const std::string& text() const { return out_; }
     void Int(const char* name, long long value) { Piece("\n\t\t%s=\"%lld\"", name, value); }
     void Flag(const char* name, bool value) { Piece("\n\t\t%s=\"%d\"", name, value ? 1 : 0); }
     void Text(const char* name, const char* value) {
-        std::string v = Escaped(value);
+        std::string v = EscapeXmlAttribute(value);
         // Long texts (a 1023-character path, an address of any length) are
         // written in pieces that fit the buffer.
         Piece("\n\t\t%s=\"", name);
@@ -76,38 +48,103 @@ public:
     }
 
 private:
-    FILE* f_;
+    std::string out_;
 };
 
-using Reader = irr::io::IrrXMLReader;
-
-class AttributeReader {
-public:
-    explicit AttributeReader(Reader* r) : r_(r) {}
-    bool Has(const char* name) const { return r_->getAttributeValue(name) != nullptr; }
-    template <typename T>
-    void Int(const char* name, T& field) const {
-        if (Has(name)) field = static_cast<T>(r_->getAttributeValueAsInt(name));
-    }
-    // Byte-sized flags are true only for exactly 1.
-    void Flag(const char* name, bool& field) const {
-        if (Has(name)) field = r_->getAttributeValueAsInt(name) == 1;
-    }
-    void Text(const char* name, char* field, size_t size) const {
-        if (const char* v = r_->getAttributeValue(name)) CopyText(field, size, v);
-    }
-    const char* Raw(const char* name) const { return r_->getAttributeValue(name); }
-
-private:
-    Reader* r_;
-};
-
-bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == ':'; }
-bool IsNameChar(char c) {
-    return IsNameStart(c) || std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '.' ||
-           static_cast<unsigned char>(c) >= 0x80;
+// Logs why the settings file could not be written and drops the half-made copy.
+bool WriteFailed(const char* path, const std::string& temp, const char* reason) {
+    gEventLog.Write("Settings file [%s] could not be written: %s.", path, reason);
+    std::remove(temp.c_str());
+    return false;
 }
-bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+// A number read from the file is stored when the field's type and limits
+// accept it; anything else leaves the field as it was.
+template <typename T>
+void ReadNumber(const char* name, const char* raw, const Limits& limits, T& field) {
+    long long value = 0;
+    if (ScanInteger(raw, &value) == NumberScan::TooLarge || !Accepts<T>(limits, value)) {
+        gEventLog.Write("Settings file: %s=\"%.40s\" refused (not a value the field can hold); the old value stays.",
+                        name, raw);
+        return;
+    }
+    if constexpr (std::is_same_v<T, bool>)
+        field = value == 1;  // byte-sized flags are true only for exactly 1
+    else
+        field = static_cast<T>(value);
+}
+
+template <typename T>
+void ReadAttribute(const XmlPullReader& r, const char* name, const FileSpec& file, const Limits& limits, T& field) {
+    const std::string* value = r.Attribute(name);
+    if (!value) return;
+    const char* raw = value->c_str();
+    if constexpr (std::is_array_v<T>) {
+        CopyText(field, sizeof field, raw);
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        field = *value;
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        if (file.words) {
+            const WordList& list = *file.words;
+            for (int i = 0; i < list.count; ++i) {
+                if (SameWord(raw, list.words[i].text)) {
+                    field = static_cast<T>(list.words[i].value);
+                    return;
+                }
+            }
+            if (!list.readOtherwiseKeeps) field = static_cast<T>(list.readOtherwise);
+        } else {
+            ReadNumber(name, raw, limits, field);
+        }
+    }
+}
+
+template <typename T>
+void WriteAttribute(PieceWriter& w, const char* name, const FileSpec& file, const T& field) {
+    if constexpr (std::is_array_v<T>) {
+        w.Text(name, field);
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        w.Text(name, field.c_str());
+    } else if constexpr (std::is_same_v<T, bool>) {
+        w.Flag(name, field);
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        if (file.words) {
+            const WordList& list = *file.words;
+            for (int i = 0; i < list.count; ++i) {
+                if (list.words[i].value == static_cast<long long>(field)) {
+                    w.Text(name, list.words[i].text);
+                    return;
+                }
+            }
+            w.Text(name, list.writeOtherwise);
+        } else {
+            w.Int(name, static_cast<long long>(field));
+        }
+    }
+}
+
+struct FileRow {
+    FileSpec file;
+    void (*read)(const XmlPullReader&, StartupOptionsRecord&);
+    void (*write)(PieceWriter&, const StartupOptionsRecord&);
+};
+
+#define ARD_FILE_ROW(TYPE, NAME, DEFAULT, LIMITS, FILE, SWITCH, HELP)                                           \
+    FileRow{FILE, [](const XmlPullReader& r, StartupOptionsRecord& o) { ReadAttribute(r, #NAME, FILE, LIMITS, o.NAME); }, \
+            [](PieceWriter& w, const StartupOptionsRecord& o) { WriteAttribute(w, #NAME, FILE, o.NAME); }},
+#define ARD_NO_ROW(...)
+const FileRow kAllRows[] = {ARD_SETTINGS_FIELDS(ARD_FILE_ROW, ARD_NO_ROW)};
+#undef ARD_FILE_ROW
+#undef ARD_NO_ROW
+
+// The attributes in the order given by `order` (write or read).
+std::vector<const FileRow*> RowsBy(int FileSpec::*order) {
+    std::vector<const FileRow*> rows;
+    for (const FileRow& row : kAllRows)
+        if (row.file.*order > 0) rows.push_back(&row);
+    std::sort(rows.begin(), rows.end(), [order](const FileRow* a, const FileRow* b) { return a->file.*order < b->file.*order; });
+    return rows;
+}
 
 // Reads the whole file when it is of a size a settings file can have.
 bool ReadSmallFile(const char* path, std::string* out) {
@@ -118,207 +155,70 @@ bool ReadSmallFile(const char* path, std::string* out) {
     size_t n;
     out->clear();
     while ((n = std::fread(buf, 1, sizeof buf, f)) > 0 && out->size() <= kLimit) out->append(buf, n);
+    bool failed = std::ferror(f) != 0;
     std::fclose(f);
-    return out->size() <= kLimit;
+    return !failed && out->size() <= kLimit;
 }
 
 }  // namespace
 
-bool XmlIsWellFormed(const std::string& text) {
-    size_t i = 0;
-    const size_t n = text.size();
-    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) i = 3;
-    auto skipUntil = [&](const char* end) {
-        size_t at = text.find(end, i);
-        if (at == std::string::npos) return false;
-        i = at + std::strlen(end);
-        return true;
-    };
-    auto readName = [&](std::string* name) {
-        if (i >= n || !IsNameStart(text[i])) return false;
-        size_t start = i;
-        while (i < n && IsNameChar(text[i])) ++i;
-        if (name) *name = text.substr(start, i - start);
-        return true;
-    };
-    auto skipSpace = [&] {
-        size_t start = i;
-        while (i < n && IsSpace(text[i])) ++i;
-        return i > start;
-    };
-    std::vector<std::string> open;
-    bool rootSeen = false;
-    while (i < n) {
-        char c = text[i];
-        if (static_cast<unsigned char>(c) < 0x20 && !IsSpace(c)) return false;  // binary bytes
-        if (c != '<') {
-            // Character data is allowed only inside the root element.
-            if (open.empty() && !IsSpace(c)) return false;
-            ++i;
-            continue;
-        }
-        if (text.compare(i, 4, "<!--") == 0) {
-            i += 4;
-            if (!skipUntil("-->")) return false;
-        } else if (text.compare(i, 9, "<![CDATA[") == 0) {
-            if (open.empty()) return false;
-            i += 9;
-            if (!skipUntil("]]>")) return false;
-        } else if (text.compare(i, 2, "<?") == 0) {
-            i += 2;
-            if (!skipUntil("?>")) return false;
-        } else if (text.compare(i, 2, "<!") == 0) {
-            if (rootSeen) return false;  // declarations only before the root
-            i += 2;
-            if (!skipUntil(">")) return false;
-        } else if (text.compare(i, 2, "</") == 0) {
-            i += 2;
-            std::string name;
-            if (!readName(&name) || open.empty() || open.back() != name) return false;
-            skipSpace();
-            if (i >= n || text[i] != '>') return false;
-            ++i;
-            open.pop_back();
-        } else {
-            ++i;
-            std::string name;
-            if (!readName(&name)) return false;
-            if (open.empty() && rootSeen) return false;  // a second root
-            rootSeen = true;
-            for (;;) {
-                bool spaced = skipSpace();
-                if (i >= n) return false;
-                if (text[i] == '>') {
-                    ++i;
-                    open.push_back(name);
-                    break;
-                }
-                if (text.compare(i, 2, "/>") == 0) {
-                    i += 2;
-                    break;
-                }
-                if (!spaced || !readName(nullptr)) return false;
-                skipSpace();
-                if (i >= n || text[i] != '=') return false;
-                ++i;
-                skipSpace();
-                if (i >= n || (text[i] != '"' && text[i] != '\'')) return false;
-                char quote = text[i++];
-                size_t close = text.find(quote, i);
-                if (close == std::string::npos || text.find('<', i) < close) return false;
-                i = close + 1;
-            }
-        }
-    }
-    return rootSeen && open.empty();
-}
-
 bool ReadStartupOptionsFile(const char* path) { return ReadStartupOptionsFile(StartupOptions, path); }
 
 bool ReadStartupOptionsFile(StartupOptionsRecord& o, const char* path) {
-    // The parser trusts its input and can read past the end of a malformed
-    // document, so only well-formed text is handed to it. A file that is not
-    // XML, is cut short, or holds binary bytes leaves the settings as they are.
+    // The file is read once and those bytes are parsed. Everything up to the
+    // first complete `settings` tag must make sense; what follows it is not
+    // looked at, so a file cut short after that tag still gives its values.
     std::string text;
-    if (!path || !ReadSmallFile(path, &text) || !XmlIsWellFormed(text)) return false;
-    std::unique_ptr<Reader> reader(irr::io::createIrrXMLReader(path));
-    if (!reader) return false;
+    if (!path || !ReadSmallFile(path, &text)) return false;
+    return ReadStartupOptionsText(o, text);
+}
 
-    bool found = false;
-    while (reader->read()) {
-        if (reader->getNodeType() == irr::io::EXN_ELEMENT && std::strcmp(reader->getNodeName(), "settings") == 0) {
-            found = true;
-            break;
-        }
+bool ReadStartupOptionsText(StartupOptionsRecord& o, std::string_view text) {
+    XmlPullReader reader(text);
+    XmlPullReader::Node node;
+    while ((node = reader.Next()) != XmlPullReader::Node::End && node != XmlPullReader::Node::Error) {
+        if (node == XmlPullReader::Node::StartElement && reader.Name() == "settings") break;
     }
-    if (!found) return false;
+    if (node != XmlPullReader::Node::StartElement) return false;
 
-    AttributeReader a(reader.get());
-    a.Int("api3d", o.api3d);  // stored unchecked, unlike the switch
-    a.Int("display_gui", o.display_gui);
-    a.Int("display_menu_bar", o.display_menu_bar);
-    a.Int("display_score", o.display_score);
-    a.Int("display_version", o.display_version);
-    a.Int("width", o.width);
-    a.Int("height", o.height);
-    a.Flag("custom_viewport_size", o.custom_viewport_size);
-    a.Text("aa_mode", o.aa_mode, sizeof o.aa_mode);
-    a.Int("fullscreen", o.fullscreen);
-    if (const char* mode = a.Raw("run_mode")) o.run_mode = SameWord(mode, "BENCHMARK") ? 1 : 2;
-    a.Flag("time_based_benchmark", o.time_based_benchmark);
-    a.Int("max_time", o.max_time);
-    a.Int("max_frames", o.max_frames);
-    a.Flag("xtreme_burn_in", o.xtreme_burn_in);
-    a.Flag("log_temperature", o.log_temperature);
-    a.Flag("log_score", o.log_score);
-    a.Flag("enable_unlock_power_draw", o.enable_unlock_power_draw);
-    a.Flag("render_post_fx", o.render_post_fx);
-    a.Flag("render_temp_graphs", o.render_temp_graphs);
-    a.Flag("render_vxa_logo", o.render_vxa_logo);
-    a.Flag("render_a_logo", o.render_a_logo);
-    a.Flag("render_gpu_monitor", o.render_gpu_monitor);
-    a.Flag("render_general_indicators", o.render_general_indicators);
-    a.Flag("enable_ty_osd_fix", o.enable_ty_osd_fix);
-    a.Flag("enable_amark_music", o.enable_amark_music);
-    a.Flag("enable_gpu_physx", o.enable_gpu_physx);
-    if (const char* object = a.Raw("furry_object")) {
-        for (const FurryName& f : kFurryNames)
-            if (SameWord(object, f.name)) o.furry_object = f.number;
-    }
-    a.Int("tone_down_delay_ms", o.tone_down_delay_ms);
-    a.Int("fullscreen_frequency_hz", o.fullscreen_frequency_hz);
-    a.Text("fur_custom_diffuse_map", o.fur_custom_diffuse_map, sizeof o.fur_custom_diffuse_map);
-    a.Text("fur_custom_bkg_map", o.fur_custom_bkg_map, sizeof o.fur_custom_bkg_map);
-    if (const char* email = a.Raw("submit_score_user_email")) o.submit_score_user_email = email;
+    static const std::vector<const FileRow*> rows = RowsBy(&FileSpec::readOrder);
+    for (const FileRow* row : rows) row->read(reader, o);
     return true;
 }
 
-void WriteStartupOptionsFile(const char* path) { WriteStartupOptionsFile(StartupOptions, path); }
-
-void WriteStartupOptionsFile(const StartupOptionsRecord& o, const char* path) {
-    if (!path) return;
-    FILE* f = std::fopen(path, "w");
-    if (!f) return;
-    PieceWriter w(f);
+std::string FormatStartupOptionsFile(const StartupOptionsRecord& o) {
+    PieceWriter w;
     w.Piece("<?xml version=\"1.0\"?>");
     w.Piece("\n<ardentium>");
     w.Piece("\n\t<!--\n\trun_mode: \"BENCHMARK\" or \"STABILITY_TEST\".\n\tmax_time: in milliseconds.\n\t"
             "max_frames: 0 means not used.\n\t-->");
     w.Piece("\n\t<settings");
-    w.Int("api3d", o.api3d);
-    w.Int("display_gui", o.display_gui);
-    w.Int("display_menu_bar", o.display_menu_bar);
-    w.Int("display_score", o.display_score);
-    w.Int("display_version", o.display_version);
-    w.Int("width", o.width);
-    w.Int("height", o.height);
-    w.Flag("custom_viewport_size", o.custom_viewport_size);
-    w.Text("aa_mode", o.aa_mode);
-    w.Int("fullscreen", o.fullscreen);
-    w.Text("run_mode", o.run_mode == 1 ? "BENCHMARK" : "STABILITY_TEST");
-    w.Flag("time_based_benchmark", o.time_based_benchmark);
-    w.Int("max_time", o.max_time);
-    w.Int("max_frames", o.max_frames);
-    w.Flag("xtreme_burn_in", o.xtreme_burn_in);
-    w.Flag("log_temperature", o.log_temperature);
-    w.Flag("log_score", o.log_score);
-    w.Flag("enable_unlock_power_draw", o.enable_unlock_power_draw);
-    w.Text("furry_object", FurryObjectName(o.furry_object));
-    w.Flag("render_post_fx", o.render_post_fx);
-    w.Flag("render_temp_graphs", o.render_temp_graphs);
-    w.Flag("render_vxa_logo", o.render_vxa_logo);
-    w.Flag("render_a_logo", o.render_a_logo);
-    w.Flag("render_gpu_monitor", o.render_gpu_monitor);
-    w.Flag("render_general_indicators", o.render_general_indicators);
-    w.Flag("enable_ty_osd_fix", o.enable_ty_osd_fix);
-    w.Int("tone_down_delay_ms", o.tone_down_delay_ms);
-    w.Int("fullscreen_frequency_hz", o.fullscreen_frequency_hz);
-    w.Flag("enable_amark_music", o.enable_amark_music);
-    w.Flag("enable_gpu_physx", o.enable_gpu_physx);
-    w.Text("fur_custom_diffuse_map", o.fur_custom_diffuse_map);
-    w.Text("fur_custom_bkg_map", o.fur_custom_bkg_map);
-    w.Text("submit_score_user_email", o.submit_score_user_email.c_str());
+    static const std::vector<const FileRow*> rows = RowsBy(&FileSpec::writeOrder);
+    for (const FileRow* row : rows) row->write(w, o);
     w.Piece("\n\t/>");
     w.Piece("\n</ardentium>");
-    std::fclose(f);
+    return w.text();
+}
+
+bool WriteStartupOptionsFile(const char* path) { return WriteStartupOptionsFile(StartupOptions, path); }
+
+bool WriteStartupOptionsFile(const StartupOptionsRecord& o, const char* path) {
+    if (!path) return false;
+    // The new file is written beside the old one and put in its place only
+    // when it is complete, so a crash or a full disk keeps the old settings.
+    const std::string text = FormatStartupOptionsFile(o);
+    const std::string temp = std::string(path) + ".tmp";
+    FILE* f = std::fopen(temp.c_str(), "w");
+    if (!f) return WriteFailed(path, temp, std::strerror(errno));
+    errno = 0;
+    bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size() && platform::FlushFileToDisk(f);
+    int err = errno;
+    if (std::fclose(f) != 0 && ok) {
+        ok = false;
+        err = errno;
+    }
+    if (!ok) return WriteFailed(path, temp, std::strerror(err ? err : EIO));
+    std::string why;
+    if (!platform::MoveFileOver(temp, path, &why)) return WriteFailed(path, temp, why.c_str());
+    return true;
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <random>
@@ -9,6 +10,13 @@
 #include <string>
 
 #include "core/settings.h"
+#include "core/xml_reader.h"
+
+#if !defined(_WIN32)
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -55,7 +63,7 @@ TEST(SettingsFile, ExactLayout) {
     StartupOptionsRecord o = Defaults();
     o.api3d = 3;
     std::string path = TempPath("layout");
-    WriteStartupOptionsFile(o, path.c_str());
+    ASSERT_TRUE(WriteStartupOptionsFile(o, path.c_str()));
     std::string text = ReadRaw(path);
     std::remove(path.c_str());
 #if defined(_WIN32)
@@ -140,11 +148,15 @@ TEST(SettingsFile, ValueConversions) {
     EXPECT_FALSE(o.log_score);
     EXPECT_EQ(o.display_gui, 2);
 
-    o = ReadXml(Settings("run_mode='BENCHMARK' furry_object='SPHERE' api3d='77' width='abc' fullscreen='5'"));
+    o = ReadXml(Settings("run_mode='BENCHMARK' furry_object='SPHERE' api3d='77' tone_down_delay_ms='abc' "
+                         "width='abc' height='100000' fullscreen='5'"));
     EXPECT_EQ(o.run_mode, 1);
     EXPECT_EQ(o.furry_object, 4);
-    EXPECT_EQ(o.api3d, 77);  // stored unchecked, unlike the switch
-    EXPECT_EQ(o.width, 0);   // the integer conversion of text without digits
+    EXPECT_EQ(o.api3d, 77);              // stored unchecked, unlike the switch
+    EXPECT_EQ(o.tone_down_delay_ms, 0);  // the integer conversion of text without digits
+    // A render size outside 1..16384 would ask for gigabytes: refused.
+    EXPECT_EQ(o.width, 1280);
+    EXPECT_EQ(o.height, 720);
     EXPECT_EQ(o.fullscreen, 5);
 
     o = ReadXml(Settings("aa_mode='" + std::string(80, 'a') + "' fur_custom_bkg_map='" + std::string(2000, 'p') + "'"));
@@ -207,41 +219,158 @@ TEST(SettingsFile, MissingAndBrokenFilesKeepDefaults) {
     }
 }
 
-TEST(SettingsFile, WellFormedCheck) {
-    EXPECT_TRUE(XmlIsWellFormed(Settings("a='1' b=\"2\"")));
-    EXPECT_TRUE(XmlIsWellFormed("\xEF\xBB\xBF<r><!-- c --><s x = 'y'/><![CDATA[<>]]>text</r>\n"));
-    EXPECT_TRUE(XmlIsWellFormed("<!DOCTYPE r><r/>"));
-    const char* bad[] = {"",           "text",         "<r>",          "<r></s>",       "<r/><r/>",
-                         "<r a='1/>",  "<r a=1/>",     "<r a='<'/>",   "<r a/>",        "<r><!-- x </r>",
-                         "<r>\x01</r>", "<1r/>",        "<r a='1'b='2'/>", "x<r/>",     "<r/>x",
-                         "<r><?pi </r>", "<r></r",     "</r>"};
-    for (const char* b : bad) EXPECT_FALSE(XmlIsWellFormed(b)) << b;
-
-    // Well-formed documents of random shape go through the real parser.
+TEST(SettingsFile, RandomWellFormedDocuments) {
+    // Well-formed documents of random shape: the first settings element's
+    // values arrive, entities decoded.
     std::mt19937 rng(99);
-    const char* names[] = {"settings", "width", "height", "aa_mode", "run_mode", "x", "ardentium"};
     for (int round = 0; round < 300; ++round) {
         std::string attrs;
+        std::string firstMode;
+        bool haveMode = false;
         int count = static_cast<int>(rng() % 8);
         for (int k = 0; k < count; ++k) {
             std::string value;
             int len = static_cast<int>(rng() % 40);
             for (int c = 0; c < len; ++c) value += "ab1 -&;#/=>!"[rng() % 12];
-            attrs += std::string(" ") + names[rng() % 7] + "='" + value + "'";
+            const char* name = k % 2 ? "aa_mode" : "x";
+            attrs += std::string(" ") + name + "='" + value + "'";
+            if (!haveMode && k % 2) {
+                firstMode = DecodeXmlEntities(value).substr(0, 63);
+                haveMode = true;
+            }
         }
         std::string doc = "<ardentium><settings" + attrs + (rng() % 2 ? "/>" : "></settings>") + "</ardentium>";
-        ASSERT_TRUE(XmlIsWellFormed(doc)) << doc;
-        StartupOptionsRecord o = ReadXml(doc);
+        bool found = false;
+        StartupOptionsRecord o = ReadXml(doc, &found);
+        EXPECT_TRUE(found) << doc;
         EXPECT_EQ(o.display_gui, 1);
+        EXPECT_EQ(std::string(o.aa_mode), haveMode ? firstMode : std::string("Off")) << doc;
     }
 }
 
-TEST(SettingsFile, UnwritablePathIsIgnored) {
-    StartupOptionsRecord o = Defaults();
-    WriteStartupOptionsFile(o, nullptr);
-    WriteStartupOptionsFile(o, "no_such_dir/sub/startup_options.xml");
-    std::ifstream f("no_such_dir/sub/startup_options.xml");
-    EXPECT_FALSE(f.good());
+TEST(SettingsFile, HostileMarkup) {
+    // Comments and sections holding markup characters once crashed the
+    // program before any window opened.
+    bool found = false;
+    StartupOptionsRecord o = ReadXml("<ardentium><!-- > --><settings width='640'/></ardentium>", &found);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(o.width, 640);
+    o = ReadXml("<ardentium><!-->--><settings width='641'/></ardentium>", &found);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(o.width, 641);
+    o = ReadXml("<ardentium><![CD[x]]><settings width='642'/></ardentium>", &found);
+    EXPECT_FALSE(found);
+    EXPECT_EQ(o.width, 1280);
+    // A well-formed prologue with an internal subset and comments.
+    o = ReadXml("<?xml version=\"1.0\"?><!DOCTYPE a [<!ENTITY x '>'><!-- > ]> -->]><a><![CDATA[<settings "
+                "width='1'/>]]><settings width='643' aa_mode='R&D &amp; &lt;b&gt;'/></a>",
+                &found);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(o.width, 643);
+    EXPECT_STREQ(o.aa_mode, "R&D & <b>");
+    // A missing closing root tag does not hide the settings element.
+    o = ReadXml("<?xml version=\"1.0\"?>\n<ardentium>\n\t<settings width='644' height='480'/>", &found);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(o.height, 480);
+    // Numbers too large for their field leave it as it was.
+    o = ReadXml(Settings("width='99999999999' max_time='-5' max_frames='4294967295' fullscreen_frequency_hz='-7' "
+                         "tone_down_delay_ms='99999999999999999999999'"));
+    EXPECT_EQ(o.width, 1280);
+    EXPECT_EQ(o.max_time, 60000u);
+    EXPECT_EQ(o.max_frames, 4294967295u);
+    EXPECT_EQ(o.fullscreen_frequency_hz, -7);
+    EXPECT_EQ(o.tone_down_delay_ms, 0);
 }
+
+TEST(SettingsFile, TruncatedAtEveryOffset) {
+    StartupOptionsRecord full = Defaults();
+    full.width = 1024;
+    full.run_mode = 2;
+    full.furry_object = 3;
+    CopyText(full.fur_custom_bkg_map, sizeof full.fur_custom_bkg_map, "bkg & <co>.png");
+    full.submit_score_user_email = "a@b.c";
+    std::string path = TempPath("whole");
+    ASSERT_TRUE(WriteStartupOptionsFile(full, path.c_str()));
+    const std::string text = ReadRaw(path);
+    std::remove(path.c_str());
+    StartupOptionsRecord expected = Defaults();
+    {
+        bool found = false;
+        expected = ReadXml(text, &found);
+        ASSERT_TRUE(found);
+    }
+    const std::string defaults = FormatSettings(Defaults());
+    const std::string wanted = FormatSettings(expected);
+    // Every cut either still holds the whole settings tag and reads all of
+    // it, or reads nothing and keeps the defaults.
+    const size_t tagEnd = text.find("/>", text.find("<settings")) + 2;
+    for (size_t cut = 0; cut <= text.size(); ++cut) {
+        bool found = false;
+        StartupOptionsRecord o = ReadXml(text.substr(0, cut), &found);
+        EXPECT_EQ(found, cut >= tagEnd) << cut;
+        EXPECT_EQ(FormatSettings(o), found ? wanted : defaults) << cut;
+    }
+}
+
+TEST(SettingsFile, WriteFailuresKeepTheOldFile) {
+    StartupOptionsRecord o = Defaults();
+    EXPECT_FALSE(WriteStartupOptionsFile(o, nullptr));
+    EXPECT_FALSE(WriteStartupOptionsFile(o, "no_such_dir/sub/startup_options.xml"));
+    EXPECT_FALSE(std::ifstream("no_such_dir/sub/startup_options.xml").good());
+    // A folder path that runs through a plain file.
+    std::string plain = TempPath("plain");
+    WriteRaw(plain, "x");
+    EXPECT_FALSE(WriteStartupOptionsFile(o, (plain + "/startup_options.xml").c_str()));
+    std::remove(plain.c_str());
+
+    // The target is replaced in one step: the old text stays until then.
+    std::string path = TempPath("replace");
+    WriteRaw(path, "old settings");
+    o.width = 1234;
+    ASSERT_TRUE(WriteStartupOptionsFile(o, path.c_str()));
+    EXPECT_NE(ReadRaw(path).find("width=\"1234\""), std::string::npos);
+    EXPECT_FALSE(std::ifstream(path + ".tmp").good());
+    std::remove(path.c_str());
+}
+
+#if !defined(_WIN32)
+TEST(SettingsFile, FullDiskKeepsTheOldFile) {
+    std::string path = TempPath("full");
+    WriteRaw(path, "old settings");
+    // A file-size limit stands in for a full disk: writes past it fail.
+    struct rlimit saved;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    void (*oldHandler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = saved;
+    small.rlim_cur = 200;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    StartupOptionsRecord o = Defaults();
+    bool ok = WriteStartupOptionsFile(o, path.c_str());
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(ReadRaw(path), "old settings");
+    EXPECT_FALSE(std::ifstream(path + ".tmp").good());
+    std::remove(path.c_str());
+}
+
+TEST(SettingsFile, ReadOnlyFolderKeepsTheOldFile) {
+    std::string dir = TempPath("dir");
+    std::string path = dir + "/startup_options.xml";
+    mkdir(dir.c_str(), 0755);
+    WriteRaw(path, "old settings");
+    chmod(dir.c_str(), 0555);
+    bool writable = access(dir.c_str(), W_OK) == 0;  // true for root, which ignores the mode
+    StartupOptionsRecord o = Defaults();
+    bool ok = WriteStartupOptionsFile(o, path.c_str());
+    chmod(dir.c_str(), 0755);
+    std::string after = ReadRaw(path);
+    std::remove(path.c_str());
+    rmdir(dir.c_str());
+    if (writable) GTEST_SKIP() << "running as a user who may write anywhere";
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(after, "old settings");
+}
+#endif
 
 }  // namespace

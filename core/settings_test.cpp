@@ -199,24 +199,77 @@ TEST(Settings, PrintedInDeclarationOrder) {
 
 TEST(Settings, PrintSwitchDoesNotCollide) {
     // The diagnostic switch must neither contain nor be contained in a real one.
-    const char* switches[] = {"/version", "/display_gui", "/nomenubar", "/noscore", "/fullscreen", "/width=",
-                              "/height=", "/msaa=", "/run_mode=", "/contest_mode=", "/max_time=", "/max_frames=",
-                              "/app_thread_priority=", "/rendering_thread_priority=", "/app_process_priority=",
-                              "/app_cpu_affinity=", "/rendering_cpu_affinity=", "/xtreme_burn_in", "/log_temperature",
-                              "/log_score", "/disable_catalyst_warning", "/render_post_fx", "/render_vxa_logo",
-                              "/render_a_logo", "/render_gpu_monitor", "/render_temp_graph",
-                              "/render_general_indicators", "/enable_ty_osd_fix", "/no_visual_indicators", "/dmsize",
-                              "/test3d", "/api3d", "/gl3_core_profile", "/furry_vxa", "/furry_hd6970", "/furry_torus",
-                              "/display_dm", "/log_gl_errors", "/no_music", "/fractal_flame_particles"};
-    EXPECT_EQ(sizeof switches / sizeof switches[0], 40u);
+    std::vector<std::string> switches = KnownSwitches();
+    EXPECT_EQ(switches.size(), 40u + 4u + 1u);  // settings, run extras, /print_settings
     std::string p = kPrintSettingsSwitch;
-    for (const char* s : switches) {
+    for (const std::string& s : switches) {
+        if (s == p) continue;
         EXPECT_EQ(p.find(s), std::string::npos) << s;
-        EXPECT_EQ(std::string(s).find(p), std::string::npos) << s;
+        EXPECT_EQ(s.find(p), std::string::npos) << s;
     }
     StartupOptionsRecord before = Parsed("");
     StartupOptionsRecord after = Parsed("/print_settings");
     EXPECT_EQ(FormatSettings(before), FormatSettings(after));
+}
+
+TEST(Settings, OversizeNumbersAreRefused) {
+    // Too large for the field, or for 64 bits: the field keeps its value.
+    StartupOptionsRecord o = Parsed("/width=100000 /height=99999999999999999999999 /max_time=-1 /max_frames=4294967296");
+    EXPECT_EQ(o.width, 1280);
+    EXPECT_EQ(o.height, 720);
+    EXPECT_EQ(o.max_time, 60000u);
+    EXPECT_EQ(o.max_frames, 0u);
+    // The full range of a mask is a mask, not an overflow.
+    EXPECT_EQ(Parsed("/app_cpu_affinity=4294967295").app_cpu_affinity, 4294967295u);
+    EXPECT_EQ(Parsed("/width=16384 /height=1").width, 16384);
+    EXPECT_EQ(Parsed("/width=0").width, 1280);
+    // A scratch switch with a refused number sets nothing and leaves the
+    // scratch as it was for the switches after it.
+    o = Parsed("/fullscreen=1 /render_post_fx=4294967297 /render_vxa_logo");
+    EXPECT_FALSE(o.render_post_fx);
+    EXPECT_TRUE(o.render_vxa_logo);
+    EXPECT_EQ(Parsed("/test3d=2147483648").test3d, 0);
+    EXPECT_EQ(Parsed("/fractal_flame_particles=-2147483649").fractal_flame_particles, 2000000);
+    EXPECT_EQ(Parsed("/fractal_flame_particles=-2147483648").fractal_flame_particles, -2147483647 - 1);
+    // sscanf-like reading: spaces and a sign before the digits.
+    EXPECT_EQ(Parsed("/width= +640").width, 640);
+}
+
+TEST(Settings, ScanInteger) {
+    long long v = 7;
+    EXPECT_EQ(ScanInteger("  -12x", &v), NumberScan::Ok);
+    EXPECT_EQ(v, -12);
+    EXPECT_EQ(ScanInteger("9223372036854775807", &v), NumberScan::Ok);
+    EXPECT_EQ(v, 9223372036854775807LL);
+    EXPECT_EQ(ScanInteger("-9223372036854775808", &v), NumberScan::Ok);
+    EXPECT_EQ(v, -9223372036854775807LL - 1);
+    EXPECT_EQ(ScanInteger("9223372036854775808", &v), NumberScan::TooLarge);
+    EXPECT_EQ(ScanInteger("-", &v), NumberScan::NoNumber);
+    EXPECT_EQ(v, 0);
+    EXPECT_EQ(ScanInteger(nullptr, &v), NumberScan::NoNumber);
+}
+
+TEST(Settings, HelpComesFromTheTables) {
+    const std::string help = UsageText();
+    // Every switch that changes something is listed, run extras included.
+    for (const char* s : {"/display_gui=0|1", "/width=N", "/msaa=0|2|4|8", "/furry_hd6970", "/dmsize=256..8192",
+                          "/headless", "/screenshot=PATH", "/results_json=PATH", "/print_settings"})
+        EXPECT_NE(help.find(s), std::string::npos) << s;
+    // Stored-only switches are not advertised.
+    for (const char* s : {"/app_thread_priority", "/rendering_cpu_affinity", "/disable_catalyst_warning"})
+        EXPECT_EQ(help.find(s), std::string::npos) << s;
+    // /max_frames says when it counts.
+    size_t at = help.find("/max_frames=N");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_NE(help.find("time_based_benchmark=\"0\"", at), std::string::npos);
+    // The footer closes the text, and no line is wider than 80 columns.
+    EXPECT_EQ(help.substr(help.size() - std::string(kUsageFooter).size()), kUsageFooter);
+    std::istringstream in(help);
+    for (std::string line; std::getline(in, line);) EXPECT_LE(line.size(), 84u) << line;
+
+    RunExtras e = ParseRunExtras("/results_json=\"out dir/r.json\" /headless");
+    EXPECT_EQ(e.resultsJsonPath, "out dir/r.json");
+    EXPECT_TRUE(ParseRunExtras("").resultsJsonPath.empty());
 }
 
 }  // namespace

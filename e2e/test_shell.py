@@ -128,6 +128,31 @@ class Shell(E2ETest):
         self.assertEqual(r.returncode, 0)
         self.assertIn("height=720\n", r.stdout)
 
+    def test_hostile_settings_file_and_oversize_switches(self):
+        inst = self.install()
+        # Comments and sections holding markup characters, an entity, and no
+        # closing root tag: the settings element is still read.
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write('<?xml version="1.0"?>\n<ardentium><!-- > --><!-->-->\n\t<settings width="1024" '
+                    'fur_custom_bkg_map="R&D.png" aa_mode="4X &amp; MSAA" />')
+        r = inst.run("/print_settings", "/height=99999999999", "/max_time=-1")
+        self.assertEqual(r.returncode, 0)
+        settings = dict(line.split("=", 1) for line in r.stdout.splitlines())
+        self.assertEqual(settings["width"], "1024")
+        self.assertEqual(settings["fur_custom_bkg_map"], "R&D.png")
+        self.assertEqual(settings["aa_mode"], "4X & MSAA")
+        self.assertEqual(settings["height"], "720")
+        self.assertEqual(settings["max_time"], "60000")
+        log = "\n".join(inst.messages())
+        self.assertIn("Command line: /height=99999999999 refused", log)
+        self.assertIn("Command line: /max_time=-1 refused", log)
+
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write('<ardentium><![CD[x]]><settings width="1024"/></ardentium>')
+        r = inst.run("/print_settings")
+        self.assertEqual(r.returncode, 0)
+        self.assertIn("width=1280\n", r.stdout)
+
     def test_help(self):
         inst = self.install()
         for arg in ("--help", "/?", "/help"):
@@ -135,6 +160,8 @@ class Shell(E2ETest):
             self.assertEqual(r.returncode, 0)
             self.assertIn("/print_settings", r.stdout)
             self.assertIn("/test3d=ID", r.stdout)
+            self.assertIn("/results_json=PATH", r.stdout)
+            self.assertNotIn("/app_thread_priority", r.stdout)
 
     def test_tachyra_detected_through_shared_memory(self):
         shm = "/dev/shm/VTHMSharedMemory"

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace platform {
@@ -168,6 +169,13 @@ bool WriteFileReplacing(const std::string& path, const std::string& bytes, std::
 
 // The end-of-line sequence of text files on this platform.
 const char* TextNewline();
+
+// Writes a stdio file's buffered data and asks the system to put it on disk;
+// false when either fails (errno tells why).
+bool FlushFileToDisk(std::FILE* f);
+// Puts the file `from` in the place of `to` in one step, replacing an
+// existing `to`; on failure `to` is untouched and *error says why.
+bool MoveFileOver(const std::string& from, const std::string& to, std::string* error);
 
 // ------------------------------------------------------------- processes
 

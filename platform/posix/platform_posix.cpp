@@ -300,6 +300,17 @@ void LineFile::Close() {
 
 const char* TextNewline() { return "\n"; }
 
+bool FlushFileToDisk(std::FILE* f) {
+    if (std::fflush(f) != 0) return false;
+    return fsync(fileno(f)) == 0;
+}
+
+bool MoveFileOver(const std::string& from, const std::string& to, std::string* error) {
+    if (std::rename(from.c_str(), to.c_str()) == 0) return true;
+    if (error) *error = std::strerror(errno);
+    return false;
+}
+
 bool StartProgram(const std::string& program, const std::string& arguments, const std::string& workingDir) {
     pid_t pid = fork();
     if (pid < 0) return false;

@@ -9,6 +9,8 @@
 // include windows.h would find no platform::WriteConsole to link with.
 #undef WriteConsole
 
+#include <io.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -343,6 +345,25 @@ void LineFile::Close() {
 }
 
 const char* TextNewline() { return "\r\n"; }
+
+bool FlushFileToDisk(std::FILE* f) {
+    if (std::fflush(f) != 0) return false;
+    return _commit(_fileno(f)) == 0;
+}
+
+bool MoveFileOver(const std::string& from, const std::string& to, std::string* error) {
+    if (MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return true;
+    if (error) {
+        char text[256] = "";
+        DWORD code = GetLastError();
+        FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0, text,
+                       sizeof text, nullptr);
+        size_t n = std::strlen(text);
+        while (n > 0 && (text[n - 1] == '\r' || text[n - 1] == '\n' || text[n - 1] == ' ')) text[--n] = 0;
+        *error = n ? text : "error " + std::to_string(code);
+    }
+    return false;
+}
 
 bool StartProgram(const std::string& program, const std::string& arguments, const std::string& workingDir) {
     std::string commandLine = "\"" + program + "\" " + arguments;
