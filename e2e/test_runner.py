@@ -23,21 +23,30 @@ RUN = ["/display_gui=0", "/test3d=2003", "/width=320", "/height=180", "/render_v
 
 
 class HeadlessRuns(E2ETest):
+    def assertEndLines(self, msgs, thread_end):
+        """The render thread's last line, the kill sequence and the exit line.
+
+        The kill sequence waits at most a second for the render thread, so on
+        a slow machine its line may follow "Render thread killed ok."; the
+        program still waits for it before "Exit from VXA Ardentium.".
+        """
+        kill = ["Render thread killed ok.", "3D window killed ok.", "Exit from VXA Ardentium."]
+        self.assertEqual([m for m in msgs if m in kill], kill)
+        self.assertEqual(msgs.count(thread_end), 1, msgs[-8:])
+        self.assertLess(msgs.index(thread_end), msgs.index("Exit from VXA Ardentium."))
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+
     def test_time_limited_benchmark(self):
         inst = self.install()
         shot = os.path.join(inst.work_dir, "shot.png")
-        r = inst.run(*RUN, "/run_mode=1", "/max_time=1500", "/log_score", "/headless", "/screenshot=shot.png",
+        r = inst.run(*RUN, "/run_mode=1", "/max_time=2500", "/log_score", "/headless", "/screenshot=shot.png",
                      "/results_json=result.json", timeout=300)
         self.assertEqual(r.returncode, 0, r.stderr)
         msgs = inst.messages()
         tail = msgs[msgs.index("OpenGL 2 (4.5) context init ok.") if "OpenGL 2 (4.5) context init ok." in msgs
                     else -1:]
         self.assertIn("Main render thread - benchmark finished - exit ok.", msgs)
-        order = [m for m in msgs if m in ("Main render thread - benchmark finished - exit ok.",
-                                         "Render thread killed ok.", "3D window killed ok.",
-                                         "Exit from VXA Ardentium.")]
-        self.assertEqual(order, ["Main render thread - benchmark finished - exit ok.", "Render thread killed ok.",
-                                 "3D window killed ok.", "Exit from VXA Ardentium."])
+        self.assertEndLines(msgs, "Main render thread - benchmark finished - exit ok.")
         self.assertTrue(any(re.match(r"^OpenGL 2 \(\d+\.\d+\) context init ok\.$", m) for m in msgs), tail)
         self.assertTrue(any(m.startswith("OpenGL renderer: ") for m in msgs))
 
@@ -50,12 +59,16 @@ class HeadlessRuns(E2ETest):
         self.assertTrue(row.startswith("Furry VXA GL2,"), row)
         fields = next(csv.reader([row]))  # driver texts with commas are quoted
         score, max_time = int(fields[-7]), int(fields[-8])
-        self.assertEqual(max_time, 1500)
+        self.assertEqual(max_time, 2500)
         self.assertGreater(score, 0)
         self.assertEqual(fields[-9], "YES")  # time based
         avg, mn, mx = int(fields[-3]), int(fields[-2]), int(fields[-1])
-        self.assertLessEqual(mn, avg)
-        self.assertLessEqual(avg, mx)
+        # A machine so loaded that no whole second was sampled keeps the
+        # statistics' starting values; the summary and JSON then say n.a.
+        sampled = (mn, avg, mx) != (10000, 0, 0)
+        if sampled:
+            self.assertLessEqual(mn, avg)
+            self.assertLessEqual(avg, mx)
         # The row names what the run drew with, as the event log does.
         renderer = [m for m in msgs if m.startswith("OpenGL renderer: ")][0][len("OpenGL renderer: "):]
         version = [m for m in msgs if m.startswith("OpenGL version: ")][0][len("OpenGL version: "):]
@@ -64,12 +77,16 @@ class HeadlessRuns(E2ETest):
         # One summary line on standard output tells the same result.
         self.assertEqual(r.stdout.count("\n"), 1, r.stdout)
         m = re.match(r"^Result: Furry VXA GL2, OpenGL 2, 320x180, (\d+) frames in (\d+\.\d\d) s, "
-                     r"FPS min/avg/max (\d+)/(\d+)/(\d+), score (\d+)$", r.stdout.strip())
+                     r"FPS min/avg/max (?:(\d+)/(\d+)/(\d+)|n\.a\. \(no whole second measured\)), score (\d+)$",
+                     r.stdout.strip())
         self.assertTrue(m, r.stdout)
         self.assertEqual(int(m.group(1)), score)
         self.assertEqual(int(m.group(6)), score)
-        self.assertGreaterEqual(float(m.group(2)), 1.5)
-        self.assertEqual([int(m.group(i)) for i in (3, 4, 5)], [mn, avg, mx])
+        self.assertGreaterEqual(float(m.group(2)), 2.5)
+        if sampled:
+            self.assertEqual([int(m.group(i)) for i in (3, 4, 5)], [mn, avg, mx])
+        else:
+            self.assertIsNone(m.group(3), r.stdout)
         # Not a terminal: no progress line on standard error.
         self.assertNotIn(" s of ", r.stderr)
 
@@ -79,11 +96,11 @@ class HeadlessRuns(E2ETest):
         self.assertEqual((j["test"], j["api"], j["width"], j["height"]), ("Furry VXA GL2", "OpenGL 2", 320, 180))
         self.assertEqual((j["frames"], j["score"], j["ending"]), (score, score, "completed"))
         self.assertEqual((j["renderer"], j["driver"]), (renderer, version))
-        self.assertEqual(j["fps"], {"min": mn, "avg": avg, "max": mx})
-        self.assertEqual(j["settings"]["max_time"], "1500")
+        self.assertEqual(j["fps"], {"min": mn, "avg": avg, "max": mx} if sampled else None)
+        self.assertEqual(j["settings"]["max_time"], "2500")
         self.assertEqual(j["settings"]["test3d"], "2003")
         self.assertEqual(j["version"], "2.6.0")
-        self.assertTrue(j["fps_per_second"])
+        self.assertEqual(bool(j["fps_per_second"]), sampled)
         ft = j["frame_time_ms"]
         self.assertTrue(0 < ft["p50"] <= ft["p95"] <= ft["p99"] <= ft["p99_9"], ft)
         self.assertTrue(0 < j["low_fps"]["0_1_percent"] <= j["low_fps"]["1_percent"], j["low_fps"])
@@ -147,10 +164,7 @@ class HeadlessRuns(E2ETest):
         # thread's stop waits up to two of its one-second periods).
         self.assertLess(time.time() - stopped, 10)
         msgs = inst.messages()
-        end = [m for m in msgs if m in ("Main render thread - demo finished - exit ok.", "Render thread killed ok.",
-                                       "3D window killed ok.", "Exit from VXA Ardentium.")]
-        self.assertEqual(end, ["Main render thread - demo finished - exit ok.", "Render thread killed ok.",
-                               "3D window killed ok.", "Exit from VXA Ardentium."])
+        self.assertEndLines(msgs, "Main render thread - demo finished - exit ok.")
         out, _ = inst.output(p)
         self.assertRegex(out, r"^Result: Furry VXA GL2, OpenGL 2, 320x180, \d+ frames in [\d.]+ s, "
                               r"FPS min/avg/max \d+/\d+/\d+, score n\.a\. \(stopped before the end\)\n$")

@@ -85,7 +85,7 @@ class WindowsBuild(unittest.TestCase):
     def test_benchmark_through_wgl(self):
         display = start_xvfb(self)
         inst = self.install()
-        res = inst.run("/display_gui=0", "/test3d=2003", "/run_mode=1", "/max_time=1500", "/width=400",
+        res = inst.run("/display_gui=0", "/test3d=2003", "/run_mode=1", "/max_time=1500", "/animation_time=3.0", "/width=400",
                        "/height=240", "/log_score", "/render_a_logo=0", "/screenshot=shot.png", display=display)
         self.assertEqual(res.returncode, 0, res.stderr)
         msgs = inst.messages()

@@ -67,9 +67,14 @@ std::string SummaryLine(const RunResults& r) {
         score = "score " + std::to_string(r.score);
     else
         score = std::string("score n.a. (") + Ending(r) + ")";
-    std::snprintf(buf, sizeof buf, "Result: %s, %s, %dx%d, %llu frames in %.2f s, FPS min/avg/max %d/%d/%d, %s",
+    // FPS figures exist only once a whole second has been sampled; before
+    // that the statistics hold their starting values, which are no measurement.
+    std::string fps = r.fpsSeries.empty() ? std::string("n.a. (no whole second measured)")
+                                          : std::to_string(r.minFps) + "/" + std::to_string(r.avgFps) + "/" +
+                                                std::to_string(r.maxFps);
+    std::snprintf(buf, sizeof buf, "Result: %s, %s, %dx%d, %llu frames in %.2f s, FPS min/avg/max %s, %s",
                   r.testName.c_str(), r.apiName.c_str(), r.width, r.height, static_cast<unsigned long long>(r.frames),
-                  r.seconds, r.minFps, r.avgFps, r.maxFps, score.c_str());
+                  r.seconds, fps.c_str(), score.c_str());
     return buf;
 }
 
@@ -111,8 +116,11 @@ std::string ResultsJson(const RunResults& r, const ResultsContext& c) {
     field("ending", JsonText(Ending(r)));
     field("frames", std::to_string(r.frames));
     field("duration_s", JsonNumber(r.seconds));
-    field("fps", "{\"min\": " + std::to_string(r.minFps) + ", \"avg\": " + std::to_string(r.avgFps) +
-                     ", \"max\": " + std::to_string(r.maxFps) + "}");
+    if (r.fpsSeries.empty())
+        field("fps", "null");
+    else
+        field("fps", "{\"min\": " + std::to_string(r.minFps) + ", \"avg\": " + std::to_string(r.avgFps) +
+                         ", \"max\": " + std::to_string(r.maxFps) + "}");
     std::string series = "[";
     for (size_t i = 0; i < r.fpsSeries.size(); ++i) series += (i ? ", " : "") + std::to_string(r.fpsSeries[i]);
     field("fps_per_second", series + "]");

@@ -62,6 +62,15 @@ TEST(RunResults, SummaryLineNamesTheOutcome) {
     EXPECT_NE(SummaryLine(r).find("score n.a. (stability test)"), std::string::npos);
     r.deviceLost = true;
     EXPECT_NE(SummaryLine(r).find("score n.a. (the device was lost)"), std::string::npos);
+
+    // A run shorter than its first whole second has no FPS sample: the
+    // statistics' starting values (min 10000) must not read as a measurement.
+    RunResults brief = Finished();
+    brief.fpsSeries.clear();
+    brief.minFps = 10000;
+    brief.avgFps = brief.maxFps = 0;
+    EXPECT_NE(SummaryLine(brief).find("FPS min/avg/max n.a. (no whole second measured), score 1204"), std::string::npos);
+    EXPECT_NE(ResultsJson(brief, ResultsContext()).find("\"fps\": null,"), std::string::npos);
 }
 
 TEST(RunResults, JsonHoldsEveryFieldAndEscapesDriverTexts) {
