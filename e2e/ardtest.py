@@ -22,13 +22,14 @@ class Install:
     so tests never share a settings file, and a separate working folder the
     program is started from."""
 
-    def __init__(self, with_library=True):
+    def __init__(self, with_library=True, program=PROGRAM):
         self.root = tempfile.mkdtemp(prefix="ard-e2e-")
         self.program_dir = os.path.join(self.root, "prog")
         self.work_dir = os.path.join(self.root, "work")
         os.makedirs(self.program_dir)
         os.makedirs(self.work_dir)
-        shutil.copy2(os.path.join(BUILD, PROGRAM), self.program_dir)
+        self.program = program
+        shutil.copy2(os.path.join(BUILD, program), self.program_dir)
         if with_library:
             shutil.copy2(os.path.join(BUILD, LIBRARY), self.program_dir)
         data = os.path.join(BUILD, "data")
@@ -50,7 +51,7 @@ class Install:
         e.pop("WAYLAND_DISPLAY", None)
         if env:
             e.update(env)
-        p = subprocess.Popen([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
+        p = subprocess.Popen([os.path.join(self.program_dir, self.program), *args], cwd=self.work_dir,
                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, errors="replace", env=e)
         try:
             out, err = p.communicate(timeout=timeout)
@@ -78,7 +79,7 @@ class Install:
         n = next(self._starts)
         paths = (os.path.join(self.root, "stdout-%d.txt" % n), os.path.join(self.root, "stderr-%d.txt" % n))
         with open(paths[0], "wb") as out, open(paths[1], "wb") as err:
-            p = subprocess.Popen([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
+            p = subprocess.Popen([os.path.join(self.program_dir, self.program), *args], cwd=self.work_dir,
                                  stdout=out, stderr=err, env=e)
         self._outputs[p.pid] = paths
         return p

@@ -1,10 +1,13 @@
 /* Preloaded in front of OpenAL Soft: appends the name of every OpenAL call
  * to the file named by ARDENTIUM_AL_RECORD, then passes the call on. A run
- * that must make no OpenAL call leaves that file empty. */
+ * that must make no OpenAL call leaves that file empty. The one call named
+ * by ARDENTIUM_AL_FAIL fails instead (returns null or false), for the
+ * failures OpenAL Soft cannot be made to show. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <AL/al.h>
 #include <AL/alc.h>
@@ -16,6 +19,11 @@ static void Record(const char* name) {
     if (!f) return;
     fprintf(f, "%s\n", name);
     fclose(f);
+}
+
+static int ShouldFail(const char* name) {
+    const char* fail = getenv("ARDENTIUM_AL_FAIL");
+    return fail && strcmp(fail, name) == 0;
 }
 
 static void* Next(const char* name) {
@@ -30,6 +38,7 @@ static void* Next(const char* name) {
 #define FORWARD(ret, name, params, args)           \
     ret name params {                              \
         Record(#name);                             \
+        if (ShouldFail(#name)) return (ret)0;      \
         ret(*next) params = Next(#name);           \
         return next args;                          \
     }
