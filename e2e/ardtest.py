@@ -388,3 +388,18 @@ def bright_yellow(r, g, b):
 
 def whitish(r, g, b):
     return r > 150 and g > 150 and b > 150
+
+
+def sox_rms_db(wav, *effects):
+    """The overall RMS level of a sound file in dB, after sox's effects
+    (e.g. "trim", "2.5", "1" for the second after 2.5 s)."""
+    out = subprocess.run(["sox", wav, "-n", *effects, "stats"], capture_output=True, text=True, check=True).stderr
+    for line in out.splitlines():
+        if line.startswith("RMS lev dB"):
+            return float(line.split()[3])
+    raise AssertionError("no RMS level in sox's stats:\n" + out)
+
+
+def soxi(wav, flag):
+    """One fact of a sound file from soxi: -c channels, -r rate, -D seconds."""
+    return subprocess.run(["soxi", flag, wav], capture_output=True, text=True, check=True).stdout.strip()

@@ -9,10 +9,10 @@ music_args() are the only things to change to run the benchmark instead
 seconds)."""
 import os
 import shutil
-import subprocess
 import unittest
 
 import ardtest
+from ardtest import sox_rms_db, soxi
 
 MUSIC_PROGRAM = "audio_play"
 TEST_TRACKS = os.path.join(ardtest.BUILD, "audio-test-data")
@@ -22,18 +22,6 @@ RECORDER = os.path.join(ardtest.BUILD, "audio-fakes", "libal_recorder.so")
 def music_args(seconds, *switches):
     """The command line of a run that plays music for about `seconds`."""
     return ["--seconds", str(seconds), *switches]
-
-
-def rms_db(wav, *effects):
-    out = subprocess.run(["sox", wav, "-n", *effects, "stats"], capture_output=True, text=True, check=True).stderr
-    for line in out.splitlines():
-        if line.startswith("RMS lev dB"):
-            return float(line.split()[3])
-    raise AssertionError("no RMS level in sox's stats:\n" + out)
-
-
-def soxi(wav, flag):
-    return subprocess.run(["soxi", flag, wav], capture_output=True, text=True, check=True).stdout.strip()
 
 
 @unittest.skipUnless(shutil.which("sox"), "sox is not installed")
@@ -83,9 +71,9 @@ class MusicTest(ardtest.E2ETest):
         length = float(soxi(wav, "-D"))
         self.assertGreater(length, 3.0)
         self.assertLess(length, 7.0)
-        self.assertGreater(rms_db(wav), -35.0, "the wave output is (nearly) silent")
+        self.assertGreater(sox_rms_db(wav), -35.0, "the wave output is (nearly) silent")
         # Heard to the end, not only at the start.
-        self.assertGreater(rms_db(wav, "trim", "2.5", "1"), -35.0)
+        self.assertGreater(sox_rms_db(wav, "trim", "2.5", "1"), -35.0)
 
     def test_short_track_loops(self):
         # 1.875 s of music played for 5 s: the rest must come from starting over.
@@ -95,7 +83,7 @@ class MusicTest(ardtest.E2ETest):
         self.assertFalse([m for m in messages if "ERROR" in m], messages)
         self.assertGreater(float(soxi(wav, "-D")), 4.0)
         for start in ("0.5", "2.5", "3.8"):
-            self.assertGreater(rms_db(wav, "trim", start, "1"), -35.0, "silent from %s s" % start)
+            self.assertGreater(sox_rms_db(wav, "trim", start, "1"), -35.0, "silent from %s s" % start)
 
     def test_mono_track_plays_as_mono(self):
         inst = self.music_install(os.path.join(TEST_TRACKS, "one_bar_mono.ogg"))
@@ -103,7 +91,7 @@ class MusicTest(ardtest.E2ETest):
         messages = self.play(inst, 2, env=env)
         self.assertIn("- channels: 1 ", messages)
         self.assertIn("- rate (hz): 22050 ", messages)
-        self.assertGreater(rms_db(wav), -35.0)
+        self.assertGreater(sox_rms_db(wav), -35.0)
 
     def test_no_music_makes_no_openal_call(self):
         inst = self.music_install()

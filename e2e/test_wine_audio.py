@@ -11,6 +11,8 @@ import subprocess
 import tempfile
 import unittest
 
+from ardtest import sox_rms_db, soxi
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 WIN_BUILD = os.environ.get("ARDENTIUM_WIN_BUILD", os.path.join(HERE, "..", "build-win"))
 WINE_RUN = os.path.join(HERE, "..", "tools", "wine-run.sh")
@@ -25,18 +27,6 @@ def music_args(seconds, *switches):
 def windows_path(path):
     """The Wine name of a Linux path (Z: is the root)."""
     return "Z:" + path.replace("/", "\\")
-
-
-def rms_db(wav):
-    out = subprocess.run(["sox", wav, "-n", "stats"], capture_output=True, text=True, check=True).stderr
-    for line in out.splitlines():
-        if line.startswith("RMS lev dB"):
-            return float(line.split()[3])
-    raise AssertionError("no RMS level in sox's stats:\n" + out)
-
-
-def soxi(wav, flag):
-    return subprocess.run(["soxi", flag, wav], capture_output=True, text=True, check=True).stdout.strip()
 
 
 @unittest.skipUnless(shutil.which("sox"), "sox is not installed")
@@ -85,7 +75,7 @@ class WineMusic(unittest.TestCase):
         length = float(soxi(wav, "-D"))
         self.assertGreater(length, 4.0)
         self.assertLess(length, 9.0)
-        self.assertGreater(rms_db(wav), -35.0)
+        self.assertGreater(sox_rms_db(wav), -35.0)
 
     def test_missing_openal_is_logged_and_the_run_goes_on(self):
         root, prog, work = self.install(with_openal=False)
