@@ -5,6 +5,7 @@ track arrives whole and in real time.
 
 As on Linux, the runs use the build's audio_play.exe until the AMark
 benchmark exists; PROGRAM and music_args() are what to change then."""
+import array
 import os
 import shutil
 import subprocess
@@ -27,6 +28,13 @@ def music_args(seconds, *switches):
 def windows_path(path):
     """The Wine name of a Linux path (Z: is the root)."""
     return "Z:" + path.replace("/", "\\")
+
+
+def samples(path, seconds):
+    """The first seconds of a sound file as 16-bit samples, decoded by sox."""
+    raw = subprocess.run(["sox", path, "-t", "s16", "-", "trim", "0", str(seconds)], capture_output=True,
+                         check=True).stdout
+    return array.array("h", raw)
 
 
 @unittest.skipUnless(shutil.which("sox"), "sox is not installed")
@@ -76,6 +84,12 @@ class WineMusic(unittest.TestCase):
         self.assertGreater(length, 4.0)
         self.assertLess(length, 9.0)
         self.assertGreater(sox_rms_db(wav), -35.0)
+        # The samples are the track's, from its first one on (the Windows
+        # decoder against sox's, a rounding apart at most).
+        heard = samples(wav, 2)
+        track = samples(os.path.join(prog, "data", "Audio", "zik.ogg"), 2)
+        self.assertEqual(len(heard), len(track))
+        self.assertLessEqual(max(abs(a - b) for a, b in zip(heard, track)), 2)
 
     def test_missing_openal_is_logged_and_the_run_goes_on(self):
         root, prog, work = self.install(with_openal=False)

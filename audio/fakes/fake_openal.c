@@ -90,6 +90,7 @@ static void WriteToWav(const Buffer* b) {
     if (gWavChannels == 0) {  /* the first buffer sets the file's format */
         gWavChannels = b->channels;
         gWavRate = b->rate;
+        WriteWavHeader();     /* the data follows the header */
     }
     fwrite(b->data, 1, b->size, gWav);
     gWavBytes += b->size;
