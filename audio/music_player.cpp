@@ -194,20 +194,20 @@ bool MusicPlayer::Fill(unsigned buffer) {
         ov_pcm_seek(vf, 0);
         rewound = true;
     }
-    // More than two channels: decode all of them, keep the first two.
-    const size_t frameBytes = 2u * static_cast<size_t>(channels);
-    const size_t keptBytes = channels > 2 ? 4 : frameBytes;
     char* out = decoded_.get();
     while (filled < kDecodeBufferBytes) {
         int section = 0;
         long n;
         if (channels > 2) {
-            char frame[2 * 255];
-            n = ov_read(vf, frame, static_cast<int>(frameBytes), 0, 2, 1, &section);
+            // Decoded whole, then only the first two channels of each frame kept.
+            const size_t frameBytes = 2u * static_cast<size_t>(channels);
+            char wide[16384];
+            const size_t frames = std::min((kDecodeBufferBytes - filled) / 4, sizeof wide / frameBytes);
+            n = ov_read(vf, wide, static_cast<int>(frames * frameBytes), 0, 2, 1, &section);
             if (n > 0) {
-                std::copy(frame, frame + keptBytes, out + filled);
-                filled += keptBytes;
-                continue;
+                for (size_t f = 0; f < static_cast<size_t>(n) / frameBytes; ++f)
+                    std::copy(wide + f * frameBytes, wide + f * frameBytes + 4, out + filled + f * 4);
+                n = n / static_cast<long>(frameBytes) * 4;
             }
         } else {
             n = ov_read(vf, out + filled, static_cast<int>(kDecodeBufferBytes - filled), 0, 2, 1, &section);

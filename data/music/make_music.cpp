@@ -1,5 +1,5 @@
 // Writes the benchmark's music track (or a shorter test track) as Ogg Vorbis.
-//   make_music --out zik.ogg [--bars N] [--channels 1|2] [--rate HZ]
+//   make_music --out zik.ogg [--bars N] [--channels 1..8] [--rate HZ]
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,9 +26,9 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
-    if (out.empty() || spec.bars < 1 || spec.bars > 512 || (spec.channels != 1 && spec.channels != 2) ||
+    if (out.empty() || spec.bars < 1 || spec.bars > 512 || spec.channels < 1 || spec.channels > 8 ||
         spec.sampleRate < 8000 || spec.sampleRate > 96000) {
-        std::fprintf(stderr, "usage: make_music --out FILE [--bars 1..512] [--channels 1|2] [--rate 8000..96000]\n");
+        std::fprintf(stderr, "usage: make_music --out FILE [--bars 1..512] [--channels 1..8] [--rate 8000..96000]\n");
         return 2;
     }
     std::string error;

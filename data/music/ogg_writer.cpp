@@ -35,7 +35,7 @@ OggComments TrackComments() {
 
 bool WriteOggVorbis(const std::string& path, const std::vector<int16_t>& interleaved, int channels,
                     int sampleRate, float quality, const OggComments& comments, std::string* error) {
-    if (channels < 1 || channels > 2 || interleaved.size() % channels != 0) {
+    if (channels < 1 || channels > 255 || interleaved.size() % channels != 0) {
         *error = "unsupported channel layout";
         return false;
     }

@@ -167,18 +167,20 @@ std::vector<int16_t> RenderTrack(const TrackSpec& spec) {
         }
     }
 
-    // Soft limiter, then 16-bit. Mono takes the mean of both sides.
-    std::vector<int16_t> out(frames * spec.channels);
+    // Soft limiter, then 16-bit. Mono takes the mean of both sides; channels
+    // past the second stay silent.
+    const size_t channels = static_cast<size_t>(spec.channels);
+    std::vector<int16_t> out(frames * channels, 0);
     auto toPcm = [](double v) {
         const double limited = std::tanh(v * 1.2) / std::tanh(1.2);
         return static_cast<int16_t>(std::lrint(std::clamp(limited, -1.0, 1.0) * 32000.0));
     };
     for (size_t i = 0; i < frames; ++i) {
-        if (spec.channels == 1) {
+        if (channels == 1) {
             out[i] = toPcm(0.5 * (mix.left()[i] + mix.right()[i]));
         } else {
-            out[2 * i] = toPcm(mix.left()[i]);
-            out[2 * i + 1] = toPcm(mix.right()[i]);
+            out[channels * i] = toPcm(mix.left()[i]);
+            out[channels * i + 1] = toPcm(mix.right()[i]);
         }
     }
     return out;

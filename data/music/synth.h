@@ -11,7 +11,7 @@ namespace music {
 
 struct TrackSpec {
     int sampleRate = 44100;
-    int channels = 2;      // 1 or 2
+    int channels = 2;      // 1: both sides mixed; 2 and more: left, right, then silent ones
     int bars = 32;         // four beats each
     double tempoBpm = 128; // 32 bars at 128 bpm: exactly one minute
 };

@@ -108,8 +108,8 @@ TEST(MusicFile, BuildOutputIsReproducedByteForByteAndDecodesAsTheTrack) {
 
 TEST(MusicFile, WriterRefusesWhatItCannotEncode) {
     std::string error;
-    const std::vector<int16_t> three(9, 0);
-    EXPECT_FALSE(music::WriteOggVorbis(::testing::TempDir() + "x.ogg", three, 3, 44100, 0.4f, {}, &error));
+    const std::vector<int16_t> ragged(7, 0);  // not a whole number of stereo frames
+    EXPECT_FALSE(music::WriteOggVorbis(::testing::TempDir() + "x.ogg", ragged, 2, 44100, 0.4f, {}, &error));
     EXPECT_FALSE(error.empty());
     error.clear();
     EXPECT_FALSE(music::WriteOggVorbis(::testing::TempDir() + "no/such/dir/x.ogg", {0, 0}, 2, 44100, 0.4f, {}, &error));
