@@ -3,10 +3,10 @@ output driver writes what would have been heard to a WAV file that sox
 measures.
 
 The music is started and fed the way the AMark benchmark does it. Until the
-benchmark exists the runs use the build's audio_play; MUSIC_PROGRAM and
-music_args() are the only things to change to run the benchmark instead
-(for example "ardentium" with "/test=..." and a time limit of the same
-seconds)."""
+benchmark exists the runs use the build's audio_play; MUSIC_PROGRAM,
+WITH_MESH_LIBRARY, music_args() and RUN_END are the only things to change to
+run the benchmark instead (the program with its test and a time limit of the
+same seconds, and the log line that ends its run)."""
 import os
 import shutil
 import unittest
@@ -15,6 +15,9 @@ import ardtest
 from ardtest import sox_rms_db, soxi
 
 MUSIC_PROGRAM = "audio_play"
+WITH_MESH_LIBRARY = False
+# The start of the event-log line that says the run has finished.
+RUN_END = "audio_play: done"
 TEST_TRACKS = os.path.join(ardtest.BUILD, "audio-test-data")
 RECORDER = os.path.join(ardtest.BUILD, "audio-fakes", "libal_recorder.so")
 
@@ -29,7 +32,7 @@ class MusicTest(ardtest.E2ETest):
     def music_install(self, track=None):
         """A program folder whose "Audio/zik.ogg" is the built track, another
         file, or missing (track="")."""
-        inst = self.install(with_library=False, program=MUSIC_PROGRAM)
+        inst = self.install(with_library=WITH_MESH_LIBRARY, program=MUSIC_PROGRAM)
         target = inst.path("data", "Audio", "zik.ogg")
         if track == "":
             os.remove(target)
@@ -51,7 +54,7 @@ class MusicTest(ardtest.E2ETest):
         r = inst.run(*music_args(seconds, *switches), env=env, timeout=seconds + 60)
         self.assertEqual(r.returncode, 0, r.stderr)
         messages = inst.messages()
-        self.assertTrue(any(m.startswith("audio_play: done") for m in messages), messages)
+        self.assertTrue(any(m.startswith(RUN_END) for m in messages), messages)
         return messages
 
     def assert_logged(self, messages, text):
@@ -139,10 +142,6 @@ class MusicTest(ardtest.E2ETest):
                     env["LD_PRELOAD"] = RECORDER
                 messages = self.play(inst, 3, env=env)
                 self.assert_logged(messages, line.replace("%s", target))
-                if track == "damaged":
-                    self.assert_logged(messages, "music played")
-                else:
-                    self.assert_logged(messages, "music off")
 
 
 if __name__ == "__main__":

@@ -4,7 +4,7 @@ project's fake OpenAL32.dll, which writes what it is given to a WAV file, the
 track arrives whole and in real time.
 
 As on Linux, the runs use the build's audio_play.exe until the AMark
-benchmark exists; PROGRAM and music_args() are what to change then."""
+benchmark exists; PROGRAM, music_args() and RUN_END are what to change then."""
 import array
 import os
 import shutil
@@ -18,6 +18,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 WIN_BUILD = os.environ.get("ARDENTIUM_WIN_BUILD", os.path.join(HERE, "..", "build-win"))
 WINE_RUN = os.path.join(HERE, "..", "tools", "wine-run.sh")
 PROGRAM = "audio_play.exe"
+RUN_END = "audio_play: done"
 FAKE_OPENAL = os.path.join(WIN_BUILD, "audio-fakes", "OpenAL32.dll")
 
 
@@ -65,7 +66,7 @@ class WineMusic(unittest.TestCase):
         with open(os.path.join(work, "ardentium_log.txt"), "rb") as f:
             lines = f.read().decode("latin-1").split("\r\n")
         messages = [l.split(" >> ", 1)[1] for l in lines if " >> " in l]
-        self.assertTrue(any(m.startswith("audio_play: done") for m in messages), messages)
+        self.assertTrue(any(m.startswith(RUN_END) for m in messages), messages)
         return messages, wav
 
     def test_track_reaches_the_fake_device(self):
@@ -74,8 +75,6 @@ class WineMusic(unittest.TestCase):
         self.assertIn("Init OpenAL - Available audio devices: Fake WAV Output.", messages)
         self.assertIn("Init OpenAL - Default audio device: Fake WAV Output.", messages)
         self.assertIn("- user comment 0: TITLE=Burn-in Loop", messages)
-        self.assertIn("audio_play: done", messages[-1])
-        self.assertIn("music played", messages[-1])
         self.assertEqual(soxi(wav, "-c"), "2")
         self.assertEqual(soxi(wav, "-r"), "44100")
         # Everything queued is written: the run's length plus the two
@@ -96,7 +95,6 @@ class WineMusic(unittest.TestCase):
         messages, wav = self.play(root, prog, work, 1)
         self.assertIn("Init OpenAL error - OpenAL32.dll is not installed: the benchmark runs without music.",
                       messages)
-        self.assertIn("music off", messages[-1])
         self.assertFalse(os.path.exists(wav))
 
     def test_no_music_leaves_openal_alone(self):
