@@ -43,3 +43,30 @@ endif()
 find_path(STB_INCLUDE_DIR stb_image.h PATHS /usr/include/stb REQUIRED)
 add_library(ard_stb INTERFACE)
 target_include_directories(ard_stb SYSTEM INTERFACE ${STB_INCLUDE_DIR})
+
+# Ogg Vorbis: decoding the benchmark music (vorbisfile) and encoding the track
+# the build generates (vorbisenc). OpenAL: linked on Linux; on Windows
+# OpenAL32.dll is loaded at run time, so nothing is linked for it.
+if(WIN32)
+  foreach(_lib ogg vorbis vorbisfile vorbisenc)
+    if(NOT EXISTS "${ARDENTIUM_WIN_DEPS}/lib/lib${_lib}.a")
+      message(FATAL_ERROR "lib${_lib}.a missing in ${ARDENTIUM_WIN_DEPS}: run tools/win-deps.sh again")
+    endif()
+    add_library(ard_lib${_lib} STATIC IMPORTED GLOBAL)
+    set_target_properties(ard_lib${_lib} PROPERTIES
+      IMPORTED_LOCATION "${ARDENTIUM_WIN_DEPS}/lib/lib${_lib}.a"
+      INTERFACE_INCLUDE_DIRECTORIES "${ARDENTIUM_WIN_DEPS}/include")
+  endforeach()
+  add_library(ard_vorbisfile INTERFACE)
+  target_link_libraries(ard_vorbisfile INTERFACE ard_libvorbisfile ard_libvorbis ard_libogg)
+  add_library(ard_vorbisenc INTERFACE)
+  target_link_libraries(ard_vorbisenc INTERFACE ard_libvorbisenc ard_libvorbis ard_libogg)
+else()
+  include(${CMAKE_CURRENT_LIST_DIR}/HostVorbis.cmake)
+
+  find_path(OPENAL_INCLUDE_DIR AL/al.h REQUIRED)
+  find_library(OPENAL_LIBRARY openal REQUIRED)
+  add_library(ard_openal INTERFACE)
+  target_include_directories(ard_openal INTERFACE ${OPENAL_INCLUDE_DIR})
+  target_link_libraries(ard_openal INTERFACE ${OPENAL_LIBRARY})
+endif()

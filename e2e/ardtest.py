@@ -23,13 +23,14 @@ class Install:
     so tests never share a settings file, and a separate working folder the
     program is started from."""
 
-    def __init__(self, with_library=True):
+    def __init__(self, with_library=True, program=PROGRAM):
         self.root = tempfile.mkdtemp(prefix="ard-e2e-")
         self.program_dir = os.path.join(self.root, "prog")
         self.work_dir = os.path.join(self.root, "work")
         os.makedirs(self.program_dir)
         os.makedirs(self.work_dir)
-        shutil.copy2(os.path.join(BUILD, PROGRAM), self.program_dir)
+        self.program = program
+        shutil.copy2(os.path.join(BUILD, program), self.program_dir)
         if with_library:
             shutil.copy2(os.path.join(BUILD, LIBRARY), self.program_dir)
         data = os.path.join(BUILD, "data")
@@ -51,7 +52,7 @@ class Install:
         e.pop("WAYLAND_DISPLAY", None)
         if env:
             e.update(env)
-        p = subprocess.Popen([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
+        p = subprocess.Popen([os.path.join(self.program_dir, self.program), *args], cwd=self.work_dir,
                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, errors="replace", env=e)
         try:
             out, err = p.communicate(timeout=timeout)
@@ -79,7 +80,7 @@ class Install:
         n = next(self._starts)
         paths = (os.path.join(self.root, "stdout-%d.txt" % n), os.path.join(self.root, "stderr-%d.txt" % n))
         with open(paths[0], "wb") as out, open(paths[1], "wb") as err:
-            p = subprocess.Popen([os.path.join(self.program_dir, PROGRAM), *args], cwd=self.work_dir,
+            p = subprocess.Popen([os.path.join(self.program_dir, self.program), *args], cwd=self.work_dir,
                                  stdout=out, stderr=err, env=e)
         self._outputs[p.pid] = paths
         return p
@@ -394,3 +395,18 @@ def bright_yellow(r, g, b):
 
 def whitish(r, g, b):
     return r > 150 and g > 150 and b > 150
+
+
+def sox_rms_db(wav, *effects):
+    """The overall RMS level of a sound file in dB, after sox's effects
+    (e.g. "trim", "2.5", "1" for the second after 2.5 s)."""
+    out = subprocess.run(["sox", wav, "-n", *effects, "stats"], capture_output=True, text=True, check=True).stderr
+    for line in out.splitlines():
+        if line.startswith("RMS lev dB"):
+            return float(line.split()[3])
+    raise AssertionError("no RMS level in sox's stats:\n" + out)
+
+
+def soxi(wav, flag):
+    """One fact of a sound file from soxi: -c channels, -r rate, -D seconds."""
+    return subprocess.run(["soxi", flag, wav], capture_output=True, text=True, check=True).stdout.strip()

@@ -37,11 +37,16 @@ set -euo pipefail
 # matching build function changes what it produces.
 declare -A SOURCE_PACKAGE=(
     [irrxml]=irrlicht
+    [ogg]=libogg
+    [vorbis]=libvorbis
 )
 declare -A RECIPE=(
     [irrxml]=1
+    [ogg]=1
+    [vorbis]=1
 )
-ALL_LIBRARIES=(irrxml)
+# In build order: vorbis is built against the ogg installed before it.
+ALL_LIBRARIES=(irrxml ogg vorbis)
 
 # ------------------------------------------------------------------ helpers
 
@@ -291,6 +296,52 @@ int main(int argc, char** argv) {
 EOF
     logged "$log" "$CXX" -O1 -I"$out/include/irrlicht" "$src/irrxml-check.cpp" \
         "$out/lib/libirrxml.a" -static -o "$src/irrxml-check.exe"
+}
+
+# An autotools package as static libraries only, installed into the cache
+# folder (include/<name>/, lib/lib<name>.a); extra configure arguments follow.
+build_autotools_static() {
+    local src=$1 out=$2 log=$3
+    shift 3
+    (
+        cd "$src"
+        logged "$log" ./configure --host="$CROSS" --prefix="$out" --disable-shared --enable-static \
+            CC="$CC" AR="$AR" RANLIB="$RANLIB" CFLAGS="${CFLAGS_COMMON[*]}" "$@"
+        logged "$log" make -j"$JOBS"
+        logged "$log" make install
+    )
+}
+
+# libogg: the Ogg container, under the Vorbis decoder and encoder.
+build_ogg() {
+    local src=$1 out=$2 log=$3
+    build_autotools_static "$src" "$out" "$log"
+    [ -f "$out/lib/libogg.a" ] && [ -f "$out/include/ogg/ogg.h" ] || die "libogg installed no libogg.a or ogg/ogg.h; see $log"
+}
+
+# libvorbis: the codec, vorbisfile (decoding the music) and vorbisenc (the
+# track generator's tests), against the libogg of this cache folder.
+build_vorbis() {
+    local src=$1 out=$2 log=$3
+    [ -f "$out/lib/libogg.a" ] || die "build ogg before vorbis"
+    # Named directly: the build machine's pkg-config would offer its own libogg.
+    build_autotools_static "$src" "$out" "$log" --disable-docs --disable-examples --disable-oggtest \
+        OGG_CFLAGS="-I$out/include" OGG_LIBS="-L$out/lib -logg" PKG_CONFIG_LIBDIR="$out/lib/pkgconfig"
+    local lib
+    for lib in vorbis vorbisfile vorbisenc; do
+        [ -f "$out/lib/lib$lib.a" ] || die "libvorbis installed no lib$lib.a; see $log"
+    done
+    # Link a user of vorbisfile against the archives, as the program does.
+    cat >"$src/vorbis-check.c" <<'EOF'
+#include <vorbis/vorbisfile.h>
+int main(int argc, char** argv) {
+    OggVorbis_File vf;
+    if (argc > 1 && ov_fopen(argv[1], &vf) == 0) ov_clear(&vf);
+    return 0;
+}
+EOF
+    logged "$log" "$CC" -O1 -I"$out/include" "$src/vorbis-check.c" -L"$out/lib" -lvorbisfile -lvorbis -logg -lm \
+        -static -o "$src/vorbis-check.exe"
 }
 
 # ------------------------------------------------------------------- driver
