@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace platform {
 
@@ -79,24 +80,28 @@ std::string LibFileName(const char* base);
 // opened with full access; the handle is closed again at once.
 bool SharedMemoryExists(const char* name);
 
-// A read-only view of another program's named shared memory block.
+// A copy of another program's named shared memory block, taken when it is
+// opened. Never a live mapping: the other program may shrink or drop its
+// block at any moment, and reading through a mapping past the block's new
+// end kills the reader (SIGBUS). Open again to read newer values.
 class SharedMemoryView {
 public:
+    // The most a block is copied: larger ones are cut here.
+    static constexpr size_t kMaxBytes = 64u << 20;
+
     SharedMemoryView() = default;
     ~SharedMemoryView();
     SharedMemoryView(const SharedMemoryView&) = delete;
     SharedMemoryView& operator=(const SharedMemoryView&) = delete;
+    // False when the block does not exist, cannot be read or is empty.
     bool Open(const char* name);
     void Close();
-    const void* data() const { return data_; }
-    // Size of the mapping as the system reports it (never trust the block's own word).
-    size_t size() const { return size_; }
+    const void* data() const { return bytes_.empty() ? nullptr : bytes_.data(); }
+    // The bytes the block held when it was copied (never trust its own word).
+    size_t size() const { return bytes_.size(); }
 
 private:
-    const void* data_ = nullptr;
-    size_t size_ = 0;
-    void* handle_ = nullptr;
-    int fd_ = -1;
+    std::vector<unsigned char> bytes_;
 };
 
 // ----------------------------------------------------------------- registry

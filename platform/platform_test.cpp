@@ -364,21 +364,51 @@ TEST(SharedMemory, ViewsABlockOfAnotherProgram) {
         const unsigned char* seen = static_cast<const unsigned char*>(view.data());
         EXPECT_EQ(0, std::memcmp(seen, block.data(), size));
 
-        // The view is live: later writes of the owner show through.
-        block.data()[size - 1] = 0xA5;
-        EXPECT_EQ(0xA5, seen[size - 1]);
+        // A copy, not a live view: later writes show only after opening again.
+        const unsigned char before = seen[size - 1];
+        block.data()[size - 1] = static_cast<unsigned char>(before + 1);
+        EXPECT_EQ(before, seen[size - 1]);
+        ASSERT_TRUE(view.Open(name.c_str()));
+        EXPECT_EQ(static_cast<unsigned char>(before + 1), static_cast<const unsigned char*>(view.data())[size - 1]);
 
         view.Close();
         EXPECT_EQ(nullptr, view.data());
         EXPECT_EQ(0u, view.size());
         ASSERT_TRUE(view.Open(name.c_str())) << "a view can be opened again after Close";
     }
-    // The view keeps its own mapping after the owner is gone...
+    // The copy outlives the owner's block...
     EXPECT_GE(view.size(), size);
     view.Close();
     // ...and once nobody holds the block, it is gone by name.
     EXPECT_FALSE(platform::SharedMemoryExists(name.c_str()));
 }
+
+#ifndef _WIN32
+// Another program may shrink its block at any time (POSIX allows it; a
+// Windows section keeps its size). Reading what was copied before must not
+// fault, and the next copy holds what is left.
+TEST(SharedMemory, BlockThatShrinksIsNeverReadPastItsEnd) {
+    const size_t size = 3 * 4096;
+    std::string name = UniqueName("shrinking");
+    OwnBlock block(name, size);
+    ASSERT_NE(nullptr, block.data());
+    std::memset(block.data(), 0x5A, size);
+    platform::SharedMemoryView view;
+    ASSERT_TRUE(view.Open(name.c_str()));
+    ASSERT_EQ(size, view.size());
+
+    int fd = shm_open(("/" + name).c_str(), O_RDWR, 0);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(0, ftruncate(fd, 100));
+    EXPECT_EQ(0x5A, static_cast<const unsigned char*>(view.data())[size - 1]);  // a mapping would fault here
+    ASSERT_TRUE(view.Open(name.c_str()));
+    EXPECT_EQ(100u, view.size());
+    ASSERT_EQ(0, ftruncate(fd, 0));
+    EXPECT_FALSE(view.Open(name.c_str())) << "an emptied block reads as not present";
+    EXPECT_EQ(nullptr, view.data());
+    close(fd);
+}
+#endif
 
 // ----------------------------------------------------------------- clocks
 

@@ -187,29 +187,25 @@ bool SharedMemoryView::Open(const char* name) {
     Close();
     int fd = shm_open(ShmName(name).c_str(), O_RDONLY, 0);
     if (fd < 0) return false;
+    // Read, never map: a read of a block that shrank meanwhile is just short.
     struct stat st;
-    if (fstat(fd, &st) != 0 || st.st_size <= 0) {
-        close(fd);
-        return false;
+    if (fstat(fd, &st) == 0 && st.st_size > 0) {
+        size_t want = static_cast<size_t>(st.st_size) < kMaxBytes ? static_cast<size_t>(st.st_size) : kMaxBytes;
+        bytes_.resize(want);
+        size_t got = 0;
+        while (got < want) {
+            ssize_t n = pread(fd, bytes_.data() + got, want - got, static_cast<off_t>(got));
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            got += static_cast<size_t>(n);
+        }
+        bytes_.resize(got);
     }
-    void* p = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_SHARED, fd, 0);
-    if (p == MAP_FAILED) {
-        close(fd);
-        return false;
-    }
-    data_ = p;
-    size_ = static_cast<size_t>(st.st_size);
-    fd_ = fd;
-    return true;
+    close(fd);
+    return !bytes_.empty();
 }
 
-void SharedMemoryView::Close() {
-    if (data_) munmap(const_cast<void*>(data_), size_);
-    if (fd_ >= 0) close(fd_);
-    data_ = nullptr;
-    size_ = 0;
-    fd_ = -1;
-}
+void SharedMemoryView::Close() { std::vector<unsigned char>().swap(bytes_); }
 
 bool ReadRegistryDword(const char*, const char*, uint32_t*) { return false; }
 bool ReadRegistryString(const char*, const char*, std::string*) { return false; }

@@ -211,30 +211,21 @@ bool SharedMemoryView::Open(const char* name) {
     Close();
     HANDLE h = OpenFileMappingA(FILE_MAP_READ, FALSE, name);
     if (!h) return false;
+    // A section keeps its size while any view of it exists, so copying from
+    // a view is safe here; the copy keeps both platforms alike.
     void* p = MapViewOfFile(h, FILE_MAP_READ, 0, 0, 0);
-    if (!p) {
-        CloseHandle(h);
-        return false;
-    }
     MEMORY_BASIC_INFORMATION mbi;
-    if (VirtualQuery(p, &mbi, sizeof mbi) == 0) {
-        UnmapViewOfFile(p);
-        CloseHandle(h);
-        return false;
+    if (p && VirtualQuery(p, &mbi, sizeof mbi) != 0) {
+        size_t n = mbi.RegionSize < kMaxBytes ? mbi.RegionSize : kMaxBytes;
+        const unsigned char* from = static_cast<const unsigned char*>(p);
+        bytes_.assign(from, from + n);
     }
-    data_ = p;
-    size_ = mbi.RegionSize;
-    handle_ = h;
-    return true;
+    if (p) UnmapViewOfFile(p);
+    CloseHandle(h);
+    return !bytes_.empty();
 }
 
-void SharedMemoryView::Close() {
-    if (data_) UnmapViewOfFile(data_);
-    if (handle_) CloseHandle(reinterpret_cast<HANDLE>(handle_));
-    data_ = nullptr;
-    size_ = 0;
-    handle_ = nullptr;
-}
+void SharedMemoryView::Close() { std::vector<unsigned char>().swap(bytes_); }
 
 bool ReadRegistryDword(const char* key, const char* value, uint32_t* out) {
     HKEY k;
