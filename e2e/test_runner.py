@@ -166,8 +166,11 @@ class HeadlessRuns(E2ETest):
         msgs = inst.messages()
         self.assertEndLines(msgs, "Main render thread - demo finished - exit ok.")
         out, _ = inst.output(p)
+        # On a loaded machine the signal may land before a whole second was
+        # measured; then the figures are n.a., never zeros.
         self.assertRegex(out, r"^Result: Furry VXA GL2, OpenGL 2, 320x180, \d+ frames in [\d.]+ s, "
-                              r"FPS min/avg/max \d+/\d+/\d+, score n\.a\. \(stopped before the end\)\n$")
+                              r"FPS min/avg/max (\d+/\d+/\d+|n\.a\. \(no whole second measured\)), "
+                              r"score n\.a\. \(stopped before the end\)\n$")
         with open(os.path.join(inst.work_dir, "r.json"), encoding="utf-8") as f:
             j = json.load(f)
         self.assertEqual((j["ending"], j["score"]), ("stopped before the end", None))

@@ -65,7 +65,7 @@ class Direct3DUnderWine(unittest.TestCase):
         for test3d, init_line, row_name in BENCHMARKS:
             with self.subTest(test3d=test3d):
                 inst = self.install()
-                res = inst.run(*FROZEN, "/test3d=" + test3d, "/run_mode=1", "/max_time=1000", "/log_score",
+                res = inst.run(*FROZEN, "/test3d=" + test3d, "/run_mode=1", "/max_time=3000", "/log_score",
                                "/screenshot=shot.png", display=self.display, timeout=240)
                 msgs = inst.messages()
                 self.assertEqual(res.returncode, 0, "\n".join(msgs[-15:]) + res.stderr[-2000:])
@@ -80,7 +80,9 @@ class Direct3DUnderWine(unittest.TestCase):
                 self.assertEqual(len(rows), 2, rows)
                 fields = csv_fields(rows[1])
                 self.assertEqual(fields[0], row_name)
-                self.assertGreater(int(fields[-7]), 0)  # frames counted
+                # Frames counted: a loaded machine under Wine draws a frame in
+                # a few hundred milliseconds, so three seconds always hold some.
+                self.assertGreater(int(fields[-7]), 0)
                 w, h, pixels = read_png(os.path.join(inst.work_dir, "shot.png"))
                 # The text block (title line in yellow, lines below in white).
                 self.assertGreater(count_pixels(pixels, (0, 25, w, 45), bright_yellow), 40)
