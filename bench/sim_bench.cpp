@@ -2,7 +2,7 @@
 //   our cloth (64 x 64 vertices, one CPU thread) against a mainstream
 //   engine's soft-body cloth on the same mesh, the SPH fluid at 4,000
 //   particles on the CPU, and the compute-shader path of both.
-// Run: build/bench/sim_bench [seconds per case]
+// Run: build/bench/sim_bench [seconds per case] [fluid threads, default: every core]
 #include <btBulletDynamicsCommon.h>
 #include <BulletSoftBody/btSoftBodyHelpers.h>
 #include <BulletSoftBody/btSoftBodyRigidBodyCollisionConfiguration.h>
@@ -102,8 +102,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "fluid failed: %s\n", why.c_str());
         return 1;
     }
-    unsigned cores = std::thread::hardware_concurrency();
-    sim::WorkerPool pool(cores > 1 ? static_cast<int>(cores) - 1 : 0);
+    int cores = argc > 2 ? std::atoi(argv[2]) : static_cast<int>(std::thread::hardware_concurrency());
+    sim::WorkerPool pool(cores > 1 ? cores - 1 : 0);
     while (fluid.Live() < 4000) fluid.Simulate(sim::kFreeStep, &pool);
     sim::FluidSolver fluidGpuStart = fluid;
     double sph = Rate(seconds, [&] { fluid.Simulate(sim::kFreeStep, &pool); });

@@ -287,9 +287,12 @@ int ClothSolver::Simulate(float dt) {
 void ClothSolver::SubStep(float h, float t) {
     const size_t n = w_.size();
     const float* wind = params_.wind;
+    // The gust of vertex i depends on i % 97 only: one sine per phase, not per vertex.
+    float gust[kGustPhases];
+    for (uint32_t k = 0; k < kGustPhases; ++k) gust[k] = WindGust(k, t);
     for (size_t i = 0; i < n; ++i) {
         if (w_[i] == 0.0f) continue;
-        float g = WindGust(static_cast<uint32_t>(i), t);
+        float g = gust[i % kGustPhases];
         float* v = &v_[3 * i];
         float* x = &x_[3 * i];
         v[0] += h * (wind[0] * g);

@@ -95,6 +95,8 @@ public:
     FixedStepper& Stepper() { return stepper_; }
 
 private:
+    static constexpr uint32_t kGustPhases = 97;  // WindGust repeats every 97 vertices
+
     std::vector<float> x_, prev_, v_, w_, lambda_;
     CookedCloth cooked_;
     ClothParams params_;

@@ -8,6 +8,7 @@ namespace sim {
 namespace {
 constexpr float kPi = 3.14159265358979f;
 constexpr int kMaxParticles = 1 << 20;
+constexpr double kMaxCells = 1 << 22;  // 16 MiB of cell starts
 
 bool Finite3(const float* v) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 }  // namespace
@@ -53,6 +54,12 @@ bool FluidSolver::Create(const FluidParams& p, std::string* why) {
             *why = "the fluid's box is smaller than a particle";
             return false;
         }
+    double gridCells = 1.0;
+    for (int a = 0; a < 3; ++a) gridCells *= std::ceil((p.boundsMax[a] - p.boundsMin[a]) / p.h);
+    if (gridCells > kMaxCells) {
+        *why = "the fluid's box holds too many cells for its particle size";
+        return false;
+    }
     params_ = p;
     k_ = MakeSphConstants(p);
     const size_t n = static_cast<size_t>(p.maxParticles);
@@ -61,12 +68,19 @@ bool FluidSolver::Create(const FluidParams& p, std::string* why) {
     a_.assign(3 * n, 0.0f);
     rho_.assign(n, 0.0f);
     p_.assign(n, 0.0f);
-    sorted_.assign(n, 0);
     uint32_t table = 1024;  // the compute path's prefix sum runs in groups of 1024
     while (table < 2 * n) table <<= 1;
     mask_ = table - 1;
-    cellStart_.assign(table, 0);
-    cellCount_.assign(table, 0);
+    size_t cells = 1;
+    for (int a = 0; a < 3; ++a) {
+        dims_[a] = static_cast<int>(std::ceil((p.boundsMax[a] - p.boundsMin[a]) / p.h));
+        cells *= static_cast<size_t>(dims_[a]);
+    }
+    cellStart_.assign(cells + 1, 0);
+    cursor_.assign(cells, 0);
+    for (auto* v : {&cellOf_, &order_, &nbrCount_}) v->assign(n, 0);
+    nbr_.assign(n * kListed, 0);
+    for (auto* v : {&sx_, &sy_, &sz_, &svx_, &svy_, &svz_, &srho_, &sInvRho_, &sp_}) v->assign(n, 0.0f);
     live_ = 0;
     next_ = 0;
     stepper_ = FixedStepper();
@@ -191,86 +205,114 @@ void FluidSolver::Confine(float* x, float* v) const {
     }
 }
 
-void FluidSolver::BuildGrid() {
-    std::fill(cellCount_.begin(), cellCount_.end(), 0u);
+uint32_t FluidSolver::CellOf(const float* x) const {
     const float inv = 1.0f / params_.h;
+    uint32_t index = 0;
+    for (int a = 2; a >= 0; --a) {
+        float f = (x[a] - params_.boundsMin[a]) * inv;
+        // Confine keeps particles in the box; a stray one joins the edge cell.
+        int c = f >= 0.0f ? static_cast<int>(std::min(f, static_cast<float>(dims_[a] - 1))) : 0;
+        index = index * static_cast<uint32_t>(dims_[a]) + static_cast<uint32_t>(c);
+    }
+    return index;
+}
+
+void FluidSolver::BuildGrid() {
+    // Counting sort by cell: counts, prefix sum, scatter.
+    std::fill(cellStart_.begin(), cellStart_.end(), 0u);
     for (int i = 0; i < live_; ++i) {
-        const float* x = &x_[3 * i];
-        ++cellCount_[CellHash(static_cast<int>(std::floor(x[0] * inv)), static_cast<int>(std::floor(x[1] * inv)),
-                              static_cast<int>(std::floor(x[2] * inv)), mask_)];
+        cellOf_[i] = CellOf(&x_[3 * i]);
+        ++cellStart_[cellOf_[i] + 1];
     }
-    uint32_t sum = 0;
-    for (size_t c = 0; c < cellCount_.size(); ++c) {
-        cellStart_[c] = sum;
-        sum += cellCount_[c];
-        cellCount_[c] = cellStart_[c];  // now the cursor of the scatter
-    }
+    for (size_t c = 1; c < cellStart_.size(); ++c) cellStart_[c] += cellStart_[c - 1];
+    std::copy(cellStart_.begin(), cellStart_.end() - 1, cursor_.begin());
     for (int i = 0; i < live_; ++i) {
-        const float* x = &x_[3 * i];
-        uint32_t key = CellHash(static_cast<int>(std::floor(x[0] * inv)), static_cast<int>(std::floor(x[1] * inv)),
-                                static_cast<int>(std::floor(x[2] * inv)), mask_);
-        sorted_[cellCount_[key]++] = static_cast<uint32_t>(i);
+        uint32_t s = cursor_[cellOf_[i]]++;
+        order_[s] = static_cast<uint32_t>(i);
+        sx_[s] = x_[3 * i];
+        sy_[s] = x_[3 * i + 1];
+        sz_[s] = x_[3 * i + 2];
+        svx_[s] = v_[3 * i];
+        svy_[s] = v_[3 * i + 1];
+        svz_[s] = v_[3 * i + 2];
     }
-    // cellCount_ holds each bucket's end now.
 }
 
 template <typename F>
-void FluidSolver::ForNeighbours(const float* xi, F&& visit) const {
-    const float inv = 1.0f / params_.h;
-    int cx = static_cast<int>(std::floor(xi[0] * inv)), cy = static_cast<int>(std::floor(xi[1] * inv)),
-        cz = static_cast<int>(std::floor(xi[2] * inv));
-    uint32_t seen[27];
-    int seenCount = 0;
-    for (int dx = -1; dx <= 1; ++dx)
-        for (int dy = -1; dy <= 1; ++dy)
-            for (int dz = -1; dz <= 1; ++dz) {
-                uint32_t key = CellHash(cx + dx, cy + dy, cz + dz, mask_);
-                // Two cells may share a bucket; visit it once.
-                bool dup = false;
-                for (int s = 0; s < seenCount; ++s) dup |= seen[s] == key;
-                if (dup) continue;
-                seen[seenCount++] = key;
-                for (uint32_t k = cellStart_[key]; k < cellCount_[key]; ++k) {
-                    uint32_t j = sorted_[k];
-                    const float* xj = &x_[3 * j];
-                    float r[3] = {xi[0] - xj[0], xi[1] - xj[1], xi[2] - xj[2]};
-                    float r2 = r[0] * r[0] + r[1] * r[1] + r[2] * r[2];
-                    if (r2 < k_.h2) visit(j, r, r2);
-                }
+void FluidSolver::ForNeighbours(size_t i, F&& visit) const {
+    uint32_t cell = cellOf_[order_[i]];
+    const int nx = dims_[0], ny = dims_[1], nz = dims_[2];
+    const int cx = static_cast<int>(cell % static_cast<uint32_t>(nx));
+    const int cy = static_cast<int>(cell / static_cast<uint32_t>(nx) % static_cast<uint32_t>(ny));
+    const int cz = static_cast<int>(cell / static_cast<uint32_t>(nx * ny));
+    const int x0 = std::max(cx - 1, 0), x1 = std::min(cx + 1, nx - 1);
+    const float xi = sx_[i], yi = sy_[i], zi = sz_[i];
+    for (int z = std::max(cz - 1, 0); z <= std::min(cz + 1, nz - 1); ++z)
+        for (int y = std::max(cy - 1, 0); y <= std::min(cy + 1, ny - 1); ++y) {
+            // Three neighbouring cells of a row are one run of sorted particles.
+            const uint32_t row = static_cast<uint32_t>((z * ny + y) * nx);
+            const uint32_t end = cellStart_[row + x1 + 1];
+            for (uint32_t j = cellStart_[row + x0]; j < end; ++j) {
+                float r[3] = {xi - sx_[j], yi - sy_[j], zi - sz_[j]};
+                float r2 = r[0] * r[0] + r[1] * r[1] + r[2] * r[2];
+                if (r2 < k_.h2) visit(j, r, r2);
             }
+        }
 }
 
 void FluidSolver::DensityPass(size_t begin, size_t end) {
     for (size_t i = begin; i < end; ++i) {
         float sum = 0.0f;
-        ForNeighbours(&x_[3 * i], [&](uint32_t, const float*, float r2) {
+        uint32_t* list = &nbr_[i * kListed];
+        uint32_t count = 0;
+        ForNeighbours(i, [&](uint32_t j, const float*, float r2) {
             float d = k_.h2 - r2;
             sum += d * d * d;
+            if (count < kListed) list[count] = j;
+            ++count;
         });
-        rho_[i] = k_.mass * k_.poly6 * sum;
-        p_[i] = std::max(0.0f, params_.stiffness * (rho_[i] - params_.restDensity));
+        nbrCount_[i] = count;
+        srho_[i] = k_.mass * k_.poly6 * sum;
+        sInvRho_[i] = 1.0f / srho_[i];
+        sp_[i] = std::max(0.0f, params_.stiffness * (srho_[i] - params_.restDensity));
+        rho_[order_[i]] = srho_[i];
+        p_[order_[i]] = sp_[i];
     }
 }
 
 void FluidSolver::ForcePass(size_t begin, size_t end) {
     const float h = params_.h;
+    const float cPres = -0.5f * k_.mass * k_.spikyGrad, cVisc = params_.viscosity * k_.mass * k_.viscLap;
     for (size_t i = begin; i < end; ++i) {
         float f[3] = {0.0f, 0.0f, 0.0f};
-        const float* vi = &v_[3 * i];
-        ForNeighbours(&x_[3 * i], [&](uint32_t j, const float* r, float r2) {
+        const float vi[3] = {svx_[i], svy_[i], svz_[i]};
+        auto add = [&](uint32_t j, const float* r, float r2) {
             if (j == i) return;
             float len = std::sqrt(r2);
             if (len < 1e-6f) return;
             float hr = h - len;
-            float pres = -k_.mass * (p_[i] + p_[j]) / (2.0f * rho_[j]) * k_.spikyGrad * hr * hr / len;
-            float visc = params_.viscosity * k_.mass * k_.viscLap * hr / rho_[j];
-            const float* vj = &v_[3 * j];
-            for (int c = 0; c < 3; ++c) f[c] += pres * r[c] + visc * (vj[c] - vi[c]);
-        });
-        float inv = 1.0f / rho_[i];
-        a_[3 * i] = f[0] * inv;
-        a_[3 * i + 1] = f[1] * inv + kGravityY;
-        a_[3 * i + 2] = f[2] * inv;
+            float invRho = sInvRho_[j];
+            float pres = cPres * (sp_[i] + sp_[j]) * invRho * hr * hr / len;
+            float visc = cVisc * hr * invRho;
+            f[0] += pres * r[0] + visc * (svx_[j] - vi[0]);
+            f[1] += pres * r[1] + visc * (svy_[j] - vi[1]);
+            f[2] += pres * r[2] + visc * (svz_[j] - vi[2]);
+        };
+        if (nbrCount_[i] <= kListed) {
+            const uint32_t* list = &nbr_[i * kListed];
+            for (uint32_t k = 0; k < nbrCount_[i]; ++k) {
+                uint32_t j = list[k];
+                float r[3] = {sx_[i] - sx_[j], sy_[i] - sy_[j], sz_[i] - sz_[j]};
+                add(j, r, r[0] * r[0] + r[1] * r[1] + r[2] * r[2]);
+            }
+        } else {
+            ForNeighbours(i, add);
+        }
+        const uint32_t o = order_[i];
+        float inv = sInvRho_[i];
+        a_[3 * o] = f[0] * inv;
+        a_[3 * o + 1] = f[1] * inv + kGravityY;
+        a_[3 * o + 2] = f[2] * inv;
     }
 }
 

@@ -67,19 +67,32 @@ public:
     void Confine(float* x, float* v) const;
 
 private:
+    // Neighbours found by the density pass are kept for the force pass, up
+    // to this many per particle; a particle with more scans its cells again.
+    static constexpr uint32_t kListed = 80;
+
+    uint32_t CellOf(const float* x) const;
     void BuildGrid();
     void DensityPass(size_t begin, size_t end);
     void ForcePass(size_t begin, size_t end);
+    // Visits every particle (sorted index) in the 3 x 3 x 3 cells around
+    // sorted particle i that lies within the kernel radius.
     template <typename F>
-    void ForNeighbours(const float* xi, F&& visit) const;
+    void ForNeighbours(size_t i, F&& visit) const;
 
     FluidParams params_;
     EmitterParams emitter_;
     SphConstants k_{};
     bool hasEmitter_ = false;
     std::vector<float> x_, v_, a_, rho_, p_;
-    std::vector<uint32_t> cellStart_, cellCount_, sorted_, emitted_;
-    uint32_t mask_ = 0;
+    // The neighbour grid: a dense grid of cells of the kernel radius over
+    // the box (x fastest), particles sorted by cell so that a row of three
+    // cells is one contiguous run, and copies of what the passes read in
+    // that order, so neighbours sit next to each other in memory.
+    int dims_[3] = {0, 0, 0};
+    std::vector<uint32_t> cellStart_, cursor_, cellOf_, order_, nbr_, nbrCount_, emitted_;
+    std::vector<float> sx_, sy_, sz_, svx_, svy_, svz_, srho_, sInvRho_, sp_;
+    uint32_t mask_ = 0;  // hash table size of the compute path
     int live_ = 0;
     uint32_t next_ = 0;
     float emitCarry_ = 0.0f;

@@ -49,7 +49,7 @@ TEST(Fluid, EmitterFillsTheRingAtItsRateThenRecycles) {
 }
 
 // Grid neighbour search against every pair.
-TEST(Fluid, HashGridDensityMatchesBruteForce) {
+TEST(Fluid, NeighbourGridDensityMatchesBruteForce) {
     FluidSolver f;
     std::string why;
     ASSERT_TRUE(f.Create(Params(500), &why));
