@@ -20,6 +20,12 @@ TEST(Fluid, CreationAndEmitterRefuseImpossibleValues) {
     FluidParams tiny = Params(100);
     tiny.boundsMax[0] = tiny.boundsMin[0] + 0.1f;
     EXPECT_FALSE(f.Create(tiny, &why));
+    // A box of a kilometre in particles of ten centimetres: its neighbour
+    // grid would not fit, so creation says so instead of allocating it.
+    FluidParams huge = Params(100);
+    for (int a = 0; a < 3; ++a) huge.boundsMin[a] = -500.0f, huge.boundsMax[a] = 500.0f;
+    EXPECT_FALSE(f.Create(huge, &why));
+    EXPECT_EQ(why, "the fluid's box holds too many cells for its particle size");
     ASSERT_TRUE(f.Create(Params(100), &why)) << why;
     EmitterParams e;
     e.rate = 0.0f;
