@@ -263,10 +263,16 @@ TEST_F(TwoFakeGpus, ATickCallbackRunsAfterEachRefresh) {
     ASSERT_TRUE(MonitorStartup(0, 0, 32, 32, 0, 0, 0));
     WriteStartupReport();
     ASSERT_TRUE(StartMonitorThread(10));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    // Three refreshes of 10 ms; a loaded machine (or a sanitizer build) may
+    // take far longer, so wait for them rather than for a fixed time.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (ticks.load() < 3 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     StopMonitorThread();
     SetMonitorTickCallback(nullptr);
     EXPECT_GE(ticks.load(), 3);
+    FreeSensorArray();
+    MonitorShutdown();
 }
 
 TEST_F(TwoFakeGpus, AFailingNvmlLeavesTheOtherGpuAlone) {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up a Debian 12 machine for Ardentium and builds it.
 #   tools/setup.sh linux   Debian packages for the Linux build, then build/ (the program is build/ardentium)
-#   tools/setup.sh all     also the Windows cross build in build-win/ (ardentium.exe) and what its tests need
+#   tools/setup.sh all     also the Windows cross build in build-win/ (ardentium.exe) and what the tests need
 set -euo pipefail
 cd "$(dirname "$0")/.."
 mode=${1:-linux}
@@ -10,9 +10,11 @@ linux_pkgs=(build-essential cmake ninja-build pkg-config python3 libirrlicht-dev
             libegl-dev libgl-dev libgles-dev libgl1-mesa-dri libegl-mesa0 libgtest-dev libgmock-dev googletest libbenchmark-dev libbullet-dev
             fonts-liberation libfontconfig-dev libopenal-dev libvorbis-dev sox xvfb xauth xdotool x11-utils)
 win_pkgs=(g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 dpkg-dev)
+# Sanitizer and fuzz builds of the tests.
+test_pkgs=(clang libclang-rt-14-dev)
 
 want=("${linux_pkgs[@]}")
-[ "$mode" = all ] && want+=("${win_pkgs[@]}")
+[ "$mode" = all ] && want+=("${win_pkgs[@]}" "${test_pkgs[@]}")
 
 missing=()
 for p in "${want[@]}"; do
