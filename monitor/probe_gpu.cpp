@@ -290,7 +290,12 @@ void HardwareCaps::SYSFS_Init() {
         RowSource& src = gRowSources[r];
         if (src.drm < 0 || src.nvml >= 0) continue;
         const sysfs::DrmDevice& d = drmDevices[static_cast<size_t>(src.drm)];
-        if (d.vendor != kPciVendorAmd && d.vendor != kPciVendorIntel) continue;
+        // Every driver's hwmon and sysfs files are read: amdgpu, radeon,
+        // i915 and xe, and any other device with a hwmon folder, such as an
+        // NVIDIA board that NVML does not serve (nouveau, the open kernel
+        // module without its library). What a driver does not offer simply
+        // fails to read; a device with nothing to read has no interface.
+        if (d.vendor != kPciVendorAmd && d.vendor != kPciVendorIntel && d.hwmonDir.empty()) continue;
         src.sysfs = static_cast<int>(sensorDevices.size());
         sensorDevices.push_back(d);
         gProbeLog.Write("SYSFS - GPU %d: %04X-%04X driver %s, hwmon %s", src.sysfs, d.vendor, d.device,
@@ -525,6 +530,8 @@ void BuildGpuList(Root* root) {
             s.backend = caps.sysfs.get();
             s.backendIndex = src.sysfs;
             s.driverVersion = caps.sysfs->DriverText(src.sysfs);
+        } else if (src.drm >= 0 && static_cast<size_t>(src.drm) < caps.drmDevices.size()) {
+            s.driverVersion = caps.drmDevices[static_cast<size_t>(src.drm)].driver;  // the kernel's driver, unread
         }
         if (static_cast<int>(r) == gDisplayRow && caps.m_display_device_string[0]) s.name = caps.m_display_device_string;
         FillSlotFromDatabase(&s);
