@@ -14,6 +14,7 @@
 
 #include "monitor/complaints.h"
 #include "monitor/event_sink.h"
+#include "monitor/fakes/blocks.h"
 #include "monitor/fakes/fake_sysfs.h"
 #include "monitor/fakes/test_env.h"
 #include "monitor/probe_gpu.h"
@@ -376,6 +377,63 @@ TEST_F(Shell, AmdUnderWineThroughTheFakeAdl) {
 }
 
 #endif
+
+std::unique_ptr<BlockSource> GpuzBlocks(std::vector<std::vector<unsigned char>> script) {
+    return std::unique_ptr<BlockSource>(new fakes::MemoryBlockSource(std::move(script)));
+}
+
+// What GPU-Z publishes reaches GPU 1's shown values; its temperature only
+// when nothing else reads GPU 1.
+TEST(GpuzMerge, ClocksAndVoltageOverrideTheInterfaceTemperatureOnlyWithoutOne) {
+    GpuSensorArray a(2);
+    a[0].core_clock.store(800.0f);
+    a[0].core_voltage.store(0.9f);
+    a[0].temperature.store(45.0f);
+    a[0].has_temperature.store(true);
+    GpuzBridge gpuz(GpuzBlocks({fakes::MakeGpuzBlock({{"GPU Core Clock", "MHz", 1500.0},
+                                                       {"GPU Memory Clock", "MHz", 2000.0},
+                                                       {"GPU Temperature", "C", 71.0},
+                                                       {"VDDC", "V", 1.05}})}));
+    ASSERT_TRUE(MergeGpuzReadings(gpuz, &a, true));
+    GpuSensorSnapshot s = a.Snapshot(0);
+    EXPECT_FLOAT_EQ(s.shown_core_clock(), 1500.0f);
+    EXPECT_FLOAT_EQ(s.shown_memory_clock(), 2000.0f);
+    EXPECT_FLOAT_EQ(s.shown_voltage(), 1.05f);
+    EXPECT_FLOAT_EQ(s.temperature, 45.0f);  // GPU 1's own interface wins
+    EXPECT_FLOAT_EQ(a.Snapshot(1).shown_core_clock(), 0.0f);
+
+    GpuSensorArray bare(1);
+    ASSERT_TRUE(MergeGpuzReadings(gpuz, &bare, false));
+    s = bare.Snapshot(0);
+    EXPECT_TRUE(s.has_temperature);
+    EXPECT_FLOAT_EQ(s.temperature, 71.0f);
+    EXPECT_FLOAT_EQ(s.highest_temperature, 71.0f);
+}
+
+TEST(GpuzMerge, NoBlockOrNonsenseChangesNothing) {
+    GpuSensorArray a(1);
+    GpuzBridge absent(GpuzBlocks({}));
+    EXPECT_FALSE(MergeGpuzReadings(absent, &a, false));
+    GpuzBridge wild(GpuzBlocks({fakes::MakeGpuzBlock({{"GPU Core Clock", "MHz", 1e9},
+                                                       {"GPU Temperature", "C", -300.0},
+                                                       {"VDDC", "V", -1.0}})}));
+    EXPECT_FALSE(MergeGpuzReadings(wild, &a, false));
+    GpuSensorSnapshot s = a.Snapshot(0);
+    EXPECT_FLOAT_EQ(s.shown_core_clock(), 0.0f);
+    EXPECT_FALSE(s.has_temperature);
+    EXPECT_FALSE(MergeGpuzReadings(wild, nullptr, false));
+}
+
+TEST(GpuzMerge, TheSwitchIsOffUntilSetAndSaysSoWhenOn) {
+    CapturedEvents events;
+    EnableGpuzBridge(false);
+    EXPECT_FALSE(GpuzBridgeEnabled());
+    EnableGpuzBridge(true);
+    EXPECT_TRUE(GpuzBridgeEnabled());
+    EnableGpuzBridge(false);
+    EXPECT_NE(std::find(events.lines().begin(), events.lines().end(), "GPU-Z bridge: on; GPU-Z's readings are used while it runs."),
+              events.lines().end());
+}
 
 TEST(AmdDriverText, ComposedFromItsParts) {
     EXPECT_EQ(AmdDriverText("15.7", "15.200.1046.0-150622a-186024C", "6-22-2015"),
