@@ -114,7 +114,7 @@ std::string GpuListing() {
             g.driver = s->driverVersion;
             const int cls = ProbeGPU::VendorClassOf(s->pciVendor);
             if (const ProbeGPU::GpuDatabaseEntry* row =
-                    ProbeGPU::DatabaseRow(cls, ProbeGPU::DatabaseLookup(cls, s->pciDevice)))
+                    ProbeGPU::DatabaseRow(cls, ProbeGPU::DatabaseLookup(cls, s->pciDevice, s->subsystemVendor, s->subsystemDevice)))
                 g.codeName = row->codeName;
         } else {
             g.name = ProbeGPU::getGpuName();
