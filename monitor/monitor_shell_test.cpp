@@ -17,6 +17,7 @@
 #include "monitor/fakes/blocks.h"
 #include "monitor/fakes/fake_sysfs.h"
 #include "monitor/fakes/test_env.h"
+#include "monitor/gpu_listing.h"
 #include "monitor/probe_gpu.h"
 #include "monitor/probe_log.h"
 
@@ -285,6 +286,20 @@ TEST_F(TwoFakeGpus, AFailingNvmlLeavesTheOtherGpuAlone) {
     EXPECT_TRUE(GpuTemperatureSourcePresent());  // GPU 1 has one
 }
 
+// The listing a user runs on a real machine goes through the same library:
+// NVML's board and the amdgpu board, each with its readings.
+TEST_F(TwoFakeGpus, TheListingReadsEveryInterface) {
+    ASSERT_TRUE(MonitorStartup(0, 0, 32, 32, 0, 0, 0));
+    const std::string text = GpuListing();
+    EXPECT_EQ(text.rfind("GPUs: 2\nGPU 1: AMD Radeon RX 6950 XT\n", 0), 0u) << text;
+    EXPECT_NE(text.find("  Sensor interface: sysfs\n  Temperature: 52.0 C\n"), std::string::npos) << text;
+    const size_t nv = text.find("GPU 2: NVIDIA GeForce RTX 4090\n");
+    ASSERT_NE(nv, std::string::npos) << text;
+    EXPECT_NE(text.find("  PCI ID: 10DE:2684\n", nv), std::string::npos) << text;
+    EXPECT_NE(text.find("  Sensor interface: NVML\n  Temperature: 6", nv), std::string::npos) << text;
+    EXPECT_NE(text.find("  GPU load: 99 %\n", nv), std::string::npos) << text;
+}
+
 #else  // _WIN32
 
 struct Device {
@@ -340,6 +355,21 @@ TEST_F(Shell, NvidiaUnderWineThroughTheFakeNvapi) {
     EXPECT_EQ(s.power_percent, 87);
     EXPECT_NEAR(s.second_voltage, 1.187f, 1e-6);
     EXPECT_TRUE(GpuTemperatureSourcePresent());
+}
+
+TEST_F(Shell, TheListingReadsTheFakeNvapiUnderWine) {
+    gDevices = {{"\\\\.\\DISPLAY1", "NVIDIA GeForce GTX 980", "PCI\\VEN_10DE&DEV_13C0&SUBSYS_01041F96&REV_A1"}};
+    ProbeGPU::SetDisplayEnumeratorForTests(&Enumerate);
+    fakes::WriteTextFile(nvapiScript, "gpus=1\ngpu0.subsystem=0x01041F96\ngpu0.temp=61\n");
+    fakes::ScopedEnv nvapi{ProbeGPU::NvapiBackend::kLibraryVariable, std::string(ARD_FAKES_DIR) + "/nvapi64.dll"};
+    gCaps = Caps("NVIDIA Corporation", "GeForce GTX 980/PCIe/SSE2", "4.5.0 NVIDIA 353.30");
+    ASSERT_TRUE(MonitorStartup(0, 0, 32, 32, 0, 0, 0));
+    const std::string text = GpuListing();
+    EXPECT_EQ(text.rfind("GPUs: 1\nGPU 1: ", 0), 0u) << text;
+    EXPECT_NE(text.find("  PCI ID: 10DE:13C0\n  Subsystem ID: 1F96:0104\n  Code name: GM204\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  Sensor interface: NVAPI\n  Temperature: 61.0 C\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  GPU load: 97 %\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  Fan: 1650 RPM\n"), std::string::npos) << text;
 }
 
 TEST_F(Shell, AmdUnderWineThroughTheFakeAdl) {
