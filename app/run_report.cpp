@@ -42,7 +42,6 @@ struct Range {
 struct GpuRanges {
     std::string name;
     Range temperature, load, coreClock, memoryClock, voltage, power, fan;
-    bool anyTemperature = false;
 };
 
 std::mutex gRangesLock;
@@ -57,9 +56,10 @@ void SampleSensors() {
         if (!monitor::ReadGpuSensors(i, &s)) continue;
         GpuRanges& g = gRanges[static_cast<size_t>(i)];
         g.name = s.name;
-        if (s.temperature != 0.0f) g.anyTemperature = true;
-        g.temperature.Add(s.temperature);
-        g.load.Add(s.load);
+        // The temperature and the load say whether an interface supplied
+        // them: only those are ranges, and a supplied 0 is a measurement.
+        if (s.has_temperature) g.temperature.Add(s.temperature);
+        if (s.has_load) g.load.Add(s.load);
         g.coreClock.Add(s.shown_core_clock());
         g.memoryClock.Add(s.shown_memory_clock());
         g.voltage.Add(s.shown_voltage());
@@ -68,8 +68,8 @@ void SampleSensors() {
     }
 }
 
-void AddRange(std::vector<SensorRange>* out, const char* name, const Range& r) {
-    if (!r.seen || (r.min == 0.0 && r.max == 0.0)) return;
+void AddRange(std::vector<SensorRange>* out, const char* name, const Range& r, bool zeroIsMeasured = false) {
+    if (!r.seen || (!zeroIsMeasured && r.min == 0.0 && r.max == 0.0)) return;
     out->push_back(SensorRange{name, r.min, r.max});
 }
 
@@ -119,8 +119,8 @@ ResultsContext CollectResultsContext() {
         for (const GpuRanges& g : gRanges) {
             GpuResult r;
             r.name = g.name;
-            if (g.anyTemperature) AddRange(&r.sensors, "temperature_c", g.temperature);
-            AddRange(&r.sensors, "load_percent", g.load);
+            AddRange(&r.sensors, "temperature_c", g.temperature, true);
+            AddRange(&r.sensors, "load_percent", g.load, true);
             AddRange(&r.sensors, "core_clock_mhz", g.coreClock);
             AddRange(&r.sensors, "memory_clock_mhz", g.memoryClock);
             AddRange(&r.sensors, "core_voltage_v", g.voltage);

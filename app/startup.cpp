@@ -9,6 +9,7 @@
 #include "app/run_report.h"
 #include "app/startup.h"
 #include "core/run_outcome.h"
+#include "monitor/gpu_listing.h"
 #include "monitor/monitor_shell.h"
 #include "platform/platform.h"
 #include "runner/catalogue.h"
@@ -178,6 +179,13 @@ int ArdentiumMain(const char* commandLine) {
         return kExitCouldNotStart;
     }
 
+    // The one-shot listing needs the monitor only: no data, no window.
+    if (gRunExtras.listGpus) {
+        platform::WriteConsole(monitor::GpuListing());
+        monitor::MonitorShutdown();
+        return 0;
+    }
+
     bool missingEntry = false;
     if (!LoadADataLibrary(gShell.programFolder + platform::LibFileName(kAdataLibraryBase), &gShell.adata, &missingEntry)) {
         ErrorBox(missingEntry ? "FATAL ERROR: unable to load adata pointers." : "FATAL ERROR: unable to load adata library.");
@@ -185,6 +193,7 @@ int ArdentiumMain(const char* commandLine) {
     }
 
     monitor::WriteStartupReport();
+    monitor::EnableGpuzBridge(StartupOptions.enable_gpuz_bridge);
     monitor::StartMonitorThread(kMonitorPeriodMs);
     LogDisplayModes();
 

@@ -85,7 +85,7 @@ TEST(SettingsFile, ExactLayout) {
         "\n\t\trender_gpu_monitor=\"0\"\n\t\trender_general_indicators=\"1\"\n\t\tenable_ty_osd_fix=\"1\""
         "\n\t\ttone_down_delay_ms=\"0\"\n\t\tfullscreen_frequency_hz=\"-1\"\n\t\tenable_amark_music=\"1\""
         "\n\t\tenable_gpu_physx=\"0\"\n\t\tfur_custom_diffuse_map=\"\"\n\t\tfur_custom_bkg_map=\"\""
-        "\n\t\tsubmit_score_user_email=\"\"\n\t/>\n</ardentium>";
+        "\n\t\tsubmit_score_user_email=\"\"\n\t\tenable_gpuz_bridge=\"0\"\n\t/>\n</ardentium>";
     EXPECT_EQ(text, expected);
 }
 
@@ -142,6 +142,8 @@ TEST(SettingsFile, WriteThenReadEveryAttribute) {
 }
 
 TEST(SettingsFile, ValueConversions) {
+    EXPECT_TRUE(ReadXml(Settings("enable_gpuz_bridge='1'")).enable_gpuz_bridge);
+    EXPECT_FALSE(ReadXml(Settings("enable_gpuz_bridge='yes'")).enable_gpuz_bridge);
     StartupOptionsRecord o = ReadXml(Settings("run_mode='benchmark' furry_object='CUBE' log_score='2' display_gui='2'"));
     EXPECT_EQ(o.run_mode, 2);
     EXPECT_EQ(o.furry_object, 1);

@@ -48,6 +48,14 @@ TEST(Settings, DefaultsAndEmptyCommandLine) {
     EXPECT_EQ(keep.width, 1280);
 }
 
+// The GPU-Z bridge is off unless asked for, on the command line or in the file.
+TEST(Settings, GpuzBridgeSwitch) {
+    EXPECT_FALSE(Parsed("").enable_gpuz_bridge);
+    EXPECT_TRUE(Parsed("/enable_gpuz_bridge=1").enable_gpuz_bridge);
+    EXPECT_FALSE(Parsed("/enable_gpuz_bridge=0").enable_gpuz_bridge);
+    EXPECT_FALSE(Parsed("/enable_gpuz_bridge=2").enable_gpuz_bridge);
+}
+
 TEST(Settings, AntiAliasingSwitch) {
     EXPECT_STREQ(Parsed("/msaa=4").aa_mode, "4X MSAA");
     EXPECT_STREQ(Parsed("/msaa=8").aa_mode, "8X MSAA");
@@ -191,7 +199,8 @@ TEST(Settings, PrintedInDeclarationOrder) {
     ASSERT_GE(names.size(), 40u);
     EXPECT_EQ(names.front(), "test3d");
     EXPECT_EQ(names[1], "api3d");
-    EXPECT_EQ(names.back(), "submit_score_user_email");
+    EXPECT_EQ(names[names.size() - 2], "submit_score_user_email");
+    EXPECT_EQ(names.back(), "enable_gpuz_bridge");  // appended: the older fields keep their places
     for (const std::string& n : names) EXPECT_EQ(n.find("reserved"), std::string::npos) << n;
     // Each switch in the usage text is one the parser knows, or a diagnostic.
     EXPECT_NE(UsageText().find("/print_settings"), std::string::npos);
@@ -200,7 +209,7 @@ TEST(Settings, PrintedInDeclarationOrder) {
 TEST(Settings, PrintSwitchDoesNotCollide) {
     // The diagnostic switch must neither contain nor be contained in a real one.
     std::vector<std::string> switches = KnownSwitches();
-    EXPECT_EQ(switches.size(), 40u + 4u + 1u);  // settings, run extras, /print_settings
+    EXPECT_EQ(switches.size(), 41u + 5u + 1u);  // settings, run extras, /print_settings
     std::string p = kPrintSettingsSwitch;
     for (const std::string& s : switches) {
         if (s == p) continue;
@@ -253,7 +262,8 @@ TEST(Settings, HelpComesFromTheTables) {
     const std::string help = UsageText();
     // Every switch that changes something is listed, run extras included.
     for (const char* s : {"/display_gui=0|1", "/width=N", "/msaa=0|2|4|8", "/furry_hd6970", "/dmsize=256..8192",
-                          "/headless", "/screenshot=PATH", "/results_json=PATH", "/print_settings"})
+                          "/headless", "/screenshot=PATH", "/results_json=PATH", "/print_settings", "/list_gpus",
+                          "/enable_gpuz_bridge=0|1"})
         EXPECT_NE(help.find(s), std::string::npos) << s;
     // Stored-only switches are not advertised.
     for (const char* s : {"/app_thread_priority", "/rendering_cpu_affinity", "/disable_catalyst_warning"})

@@ -1,9 +1,11 @@
 """The Windows build under Wine: the same start-up, settings and benchmark
 run as on Linux, drawn through WGL on a virtual X server."""
+import json
 import os
 import shutil
 import subprocess
 import tempfile
+import time
 import unittest
 
 from ardtest import bright_yellow, count_pixels, csv_fields, read_png, start_xvfb, whitish
@@ -25,11 +27,13 @@ class WineInstall:
             shutil.copy2(os.path.join(WIN_BUILD, name), self.program_dir)
         shutil.copytree(os.path.join(WIN_BUILD, "data"), os.path.join(self.program_dir, "data"))
 
-    def run(self, *args, display=None, timeout=180):
+    def run(self, *args, display=None, timeout=180, extra_env=None):
         env = dict(os.environ)
         env.pop("DISPLAY", None)
         if display:
             env["DISPLAY"] = display
+        if extra_env:
+            env.update(extra_env)
         return subprocess.run([WINE_RUN, os.path.join(self.program_dir, "ardentium.exe"), *args], cwd=self.work_dir,
                               capture_output=True, text=True, timeout=timeout, env=env)
 
@@ -103,6 +107,62 @@ class WindowsBuild(unittest.TestCase):
         self.assertLess(height, 240)
         self.assertGreater(count_pixels(pixels, (0, 25, width, 45), bright_yellow), 40)
         self.assertGreater(count_pixels(pixels, (0, 45, width, 90), whitish), 80)
+
+    def publish_gpuz(self, display):
+        """GPU-Z's block, published by the Windows publisher under the same
+        Wine server (the one of the display's prefix) the program will use."""
+        folder = tempfile.mkdtemp(prefix="ard-wine-gpuz-")
+        self.addCleanup(shutil.rmtree, folder, True)
+        ready = os.path.join(folder, "ready")
+        env = dict(os.environ, DISPLAY=display)
+        p = subprocess.Popen([WINE_RUN, os.path.join(WIN_BUILD, "monitor-fakes", "monitor_shm_publisher.exe"), "--gpuz",
+                              "--seconds", "150", "--ready", ready], cwd=folder, env=env,
+                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(lambda: (p.poll() is None and p.kill(), p.wait(30)))
+        for _ in range(1200):
+            if os.path.exists(ready):
+                return
+            time.sleep(0.1)
+        self.fail("the GPU-Z publisher did not start under Wine")
+
+    def test_gpuz_bridge_and_listing_under_wine(self):
+        # The monitor's start-up needs a window for its OpenGL context.
+        display = start_xvfb(self)
+        self.publish_gpuz(display)
+        fakes = os.path.join(WIN_BUILD, "monitor-fakes")
+        script = os.path.join(tempfile.mkdtemp(prefix="ard-wine-nvapi-"), "nvapi.txt")
+        self.addCleanup(shutil.rmtree, os.path.dirname(script), True)
+        with open(script, "w") as f:
+            f.write("gpus=1\ngpu0.temp=61\n")
+        env = {"ARDENTIUM_NVAPI_LIBRARY": os.path.join(fakes, "nvapi64.dll"), "ARDENTIUM_FAKE_NVAPI_SCRIPT": script,
+               "ARDENTIUM_ADL_LIBRARY": os.path.join(fakes, "not-here.dll")}
+        inst = self.install()
+        listing = inst.run("/list_gpus", display=display, extra_env=env)
+        self.assertEqual(listing.returncode, 0, listing.stderr)
+        out = listing.stdout.replace("\r\n", "\n")
+        self.assertRegex(out, r"^GPUs: \d+\n", out)
+        self.assertIn("GPU-Z: 4 sensors\n  GPU Core Clock: 15", out)
+        self.assertIn("  VDDC: 1.050 V\n", out)
+        # Wine's adapter has no vendor interface: its readings are n.a., not 0.
+        self.assertIn("  Sensor interface: none\n  Temperature: n.a.\n  GPU load: n.a.\n", out)
+
+        def bench(*extra):
+            inst = self.install()
+            res = inst.run("/display_gui=0", "/test3d=2003", "/run_mode=1", "/max_time=1000", "/animation_time=3.0",
+                           "/width=160", "/height=120", "/results_json=r.json", *extra, display=display,
+                           extra_env=env, timeout=300)
+            self.assertEqual(res.returncode, 0, res.stderr)
+            with open(os.path.join(inst.work_dir, "r.json")) as f:
+                return inst, json.load(f)["gpus"][0]["sensors"]
+
+        inst, on = bench("/enable_gpuz_bridge=1")
+        self.assertGreaterEqual(on["core_clock_mhz"]["min"], 1500)
+        self.assertLess(on["core_clock_mhz"]["max"], 1700)
+        self.assertAlmostEqual(on["core_voltage_v"]["max"], 1.05, places=3)
+        self.assertIn("GPU-Z bridge: GPU 1's clocks and voltage now come from GPU-Z.", inst.messages())
+        inst, off = bench()
+        self.assertLess(off.get("core_clock_mhz", {"max": 0})["max"], 1500)
+        self.assertNotIn("GPU-Z bridge: GPU 1's clocks and voltage now come from GPU-Z.", inst.messages())
 
 
 if __name__ == "__main__":

@@ -76,17 +76,40 @@ bool GpuzBridge::OpenGpuzMemory() {
     return true;
 }
 
-std::string GpuzBridge::SensorName(int i) const {
+namespace {
+// A UTF-16 text of at most `chars` characters as ASCII ('?' for the rest).
+std::string Utf16Ascii(const unsigned char* p, size_t chars) {
     std::string s;
-    if (copy_.size() < gpuz::kBlockSize || i < 0 || i >= gpuz::kRecords) return s;
-    const unsigned char* rec = copy_.data() + gpuz::kSensorsOffset + static_cast<size_t>(i) * gpuz::kSensorRecordSize;
-    for (size_t k = 0; k < gpuz::kKeyChars; ++k) {
+    for (size_t k = 0; k < chars; ++k) {
         uint16_t c;
-        std::memcpy(&c, rec + k * 2, 2);
+        std::memcpy(&c, p + k * 2, 2);
         if (c == 0) break;
         s += (c >= 32 && c < 127) ? static_cast<char>(c) : '?';
     }
     return s;
+}
+}  // namespace
+
+std::string GpuzBridge::SensorName(int i) const {
+    if (copy_.size() < gpuz::kBlockSize || i < 0 || i >= gpuz::kRecords) return std::string();
+    return Utf16Ascii(copy_.data() + gpuz::kSensorsOffset + static_cast<size_t>(i) * gpuz::kSensorRecordSize, gpuz::kKeyChars);
+}
+
+std::string GpuzBridge::RecordUnit(int i) const {
+    if (copy_.size() < gpuz::kBlockSize || i < 0 || i >= gpuz::kRecords) return std::string();
+    return Utf16Ascii(copy_.data() + gpuz::kSensorsOffset + static_cast<size_t>(i) * gpuz::kSensorRecordSize +
+                          gpuz::kKeyChars * 2,
+                      gpuz::kUnitChars);
+}
+
+bool GpuzBridge::RecordValue(int i, double* value) const {
+    if (copy_.size() < gpuz::kBlockSize || i < 0 || i >= gpuz::kRecords) return false;
+    const unsigned char* rec = copy_.data() + gpuz::kSensorsOffset + static_cast<size_t>(i) * gpuz::kSensorRecordSize;
+    double v;
+    std::memcpy(&v, rec + gpuz::kKeyChars * 2 + gpuz::kUnitChars * 2 + 4, 8);
+    if (!std::isfinite(v)) return false;
+    *value = v;
+    return true;
 }
 
 void GpuzBridge::FindGpuzSensors() {

@@ -65,6 +65,10 @@ public:
     bool SensorValue(int slot, double* value) const;
     // The name of sensor record i as ASCII ('?' for other characters).
     std::string SensorName(int i) const;
+    // Sensor record i's unit (ASCII, as the name) and value; the value is
+    // false when the record is out of range or not a finite number.
+    std::string RecordUnit(int i) const;
+    bool RecordValue(int i, double* value) const;
 
 private:
     std::unique_ptr<BlockSource> source_;

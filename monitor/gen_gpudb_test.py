@@ -30,7 +30,7 @@ class Generator(unittest.TestCase):
     def test_good_data_gives_tables(self):
         code, err, text = self.run_gen()
         self.assertEqual(code, 0, err)
-        self.assertIn('{0x13C0u, 0, "GM204", "GTX 980", "NVIDIA GeForce GTX 980", 110, 2048, 0, 0, 128, 64, 165},', text)
+        self.assertIn('{0x13C0u, 0x0u, "GM204", "GTX 980", "NVIDIA GeForce GTX 980", 110, 2048, 0, 0, 128, 64, 165},', text)
         self.assertIn("const int kNvidiaRows = 1;", text)
         self.assertIn('{0x0101u, "Board"},', text)
 
@@ -47,6 +47,10 @@ class Generator(unittest.TestCase):
             "non-ASCII": HEADER + "0x13C0,GM204,x,caf\u00e9,110,1,0,0,1,1,1\n",
             "negative power": HEADER + "0x13C0,GM204,x,y,110,1,0,0,1,1,-5\n",
             "wrong header": "id,name\n0x1,x\n",
+            "a list of products": HEADER + "0x73BF,Navi 21,x,AMD Radeon RX 6800/6800 XT,122,0,0,0,-1,-1,0\n",
+            "board row alone": HEADER + "0x73BF:1002:0E3A,Navi 21,x,AMD Radeon RX 6900 XT,122,0,0,0,-1,-1,0\n",
+            "board row twice": GOOD + "0x13C0:10DE:1234,GM204,x,y,110,1,0,0,1,1,1\n0x13C0:10de:1234,GM204,x,z,110,1,0,0,1,1,1\n",
+            "malformed board": GOOD + "0x13C0:10DE,GM204,x,y,110,1,0,0,1,1,1\n",
         }
         for what, text in bad.items():
             code, err, _ = self.run_gen(nvidia=text)
@@ -56,6 +60,13 @@ class Generator(unittest.TestCase):
                 continue
             self.assertNotEqual(code, 0, what)
             self.assertIn("gen_gpudb: error:", err, what)
+
+    def test_boards_told_apart_by_subsystem(self):
+        code, err, text = self.run_gen(amd=HEADER + "0x73BF,Navi 21,RX 6800 Series,AMD Radeon RX 6800 Series,122,0,0,0,-1,-1,0\n"
+                                       "0x73BF:1002:0E3A,Navi 21,RX 6900 XT,AMD Radeon RX 6900 XT,122,5120,0,0,320,128,300\n")
+        self.assertEqual(code, 0, err)
+        self.assertIn('{0x73BFu, 0x10020E3Au, "Navi 21", "RX 6900 XT", "AMD Radeon RX 6900 XT"', text)
+        self.assertIn('{0x73BFu, 0x0u, "Navi 21"', text)
 
     def test_never_rows_may_repeat(self):
         code, err, text = self.run_gen(nvidia=GOOD + "never,GM204,a,A,110,1,0,0,1,1,1\nnever,GM204,b,B,110,1,0,0,1,1,1\n")

@@ -16,15 +16,21 @@ const GpuDatabaseEntry* DatabaseTable(int vendorClass, int* rows) {
     return t;
 }
 
-int DatabaseLookup(int vendorClass, int pciDeviceId) {
+int DatabaseLookup(int vendorClass, int pciDeviceId, int subsystemVendorId, int subsystemDeviceId) {
     if (pciDeviceId <= 0) return -1;
     int rows = 0;
     const GpuDatabaseEntry* t = DatabaseTable(vendorClass, &rows);
     if (!t) return -1;
+    const bool board = subsystemVendorId > 0 && subsystemVendorId <= 0xFFFF && subsystemDeviceId >= 0 &&
+                       subsystemDeviceId <= 0xFFFF;
+    const uint32_t sub = board ? (static_cast<uint32_t>(subsystemVendorId) << 16) | static_cast<uint32_t>(subsystemDeviceId) : 0;
+    int any = -1;
     for (int i = 0; i < rows && t[i].deviceId != 0; ++i) {
-        if (t[i].deviceId == static_cast<uint32_t>(pciDeviceId)) return i;
+        if (t[i].deviceId != static_cast<uint32_t>(pciDeviceId)) continue;
+        if (board && t[i].subId == sub) return i;
+        if (t[i].subId == 0 && any < 0) any = i;
     }
-    return -1;
+    return any;
 }
 
 const GpuDatabaseEntry* DatabaseRow(int vendorClass, int index) {

@@ -9,7 +9,7 @@ namespace ProbeGPU {
 
 struct GpuDatabaseEntry {
     uint32_t deviceId;       // 0xFFFFFFFF: a row that is never matched; 0 ends a table
-    uint32_t subId;          // always 0
+    uint32_t subId;          // 0: any board; else subsystem vendor << 16 | subsystem device of one board
     const char* codeName;    // "GM204"
     const char* shortName;   // "GTX 980", may be empty
     const char* fullName;    // "NVIDIA GeForce GTX 980"
@@ -28,9 +28,10 @@ constexpr uint32_t kNeverMatchedId = 0xFFFFFFFFu;
 // row); nullptr and 0 for other classes.
 const GpuDatabaseEntry* DatabaseTable(int vendorClass, int* rows);
 
-// First row of the vendor class's table whose device ID equals pciDeviceId:
-// its index, or -1.
-int DatabaseLookup(int vendorClass, int pciDeviceId);
+// The row of a device: the row of its board (device ID and subsystem IDs)
+// when the table has one, else the first row of the device ID for any board;
+// its index, or -1. Subsystem IDs below 0 mean unknown.
+int DatabaseLookup(int vendorClass, int pciDeviceId, int subsystemVendorId = -1, int subsystemDeviceId = -1);
 
 // The row at an index returned by DatabaseLookup; nullptr for -1 or out of range.
 const GpuDatabaseEntry* DatabaseRow(int vendorClass, int index);

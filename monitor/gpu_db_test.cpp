@@ -5,6 +5,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "monitor/probe_gpu.h"
 
@@ -67,10 +68,11 @@ TEST(GpuDatabase, TablesAreClosedAndWellFormed) {
         ASSERT_NE(t, nullptr) << cls;
         EXPECT_GT(rows, 10) << cls;
         EXPECT_EQ(t[rows].deviceId, 0u) << cls;
-        std::set<uint32_t> ids;
+        std::set<std::pair<uint32_t, uint32_t>> ids;
         for (int i = 0; i < rows; ++i) {
             EXPECT_NE(t[i].deviceId, 0u);
-            EXPECT_EQ(t[i].subId, 0u);
+            // A board row names one product; only S3's product names hold slashes.
+            if (cls != 3) EXPECT_EQ(std::strchr(t[i].fullName, '/'), nullptr) << t[i].fullName;
             EXPECT_GT(std::strlen(t[i].fullName), 0u);
             EXPECT_GT(std::strlen(t[i].codeName), 0u);
             EXPECT_GE(t[i].textureUnits, -1);
@@ -81,7 +83,9 @@ TEST(GpuDatabase, TablesAreClosedAndWellFormed) {
                 EXPECT_EQ(t[i].pixelUnits, 0) << t[i].fullName;
             }
             if (t[i].deviceId != kNeverMatchedId) {
-                EXPECT_TRUE(ids.insert(t[i].deviceId).second) << t[i].fullName;
+                EXPECT_TRUE(ids.insert({t[i].deviceId, t[i].subId}).second) << t[i].fullName;
+                // A board row always has its device's own row to fall back on.
+                if (t[i].subId != 0) EXPECT_GE(DatabaseLookup(cls, static_cast<int>(t[i].deviceId)), 0) << t[i].fullName;
             }
         }
     }
@@ -110,8 +114,13 @@ TEST(GpuDatabase, CoversTodaysBoards) {
         {1, 0x2684, "NVIDIA GeForce RTX 4090"},    {1, 0x2B85, "NVIDIA GeForce RTX 5090"},
         {1, 0x20B0, "NVIDIA A100-SXM4-40GB"},      {1, 0x2330, "NVIDIA H100 80GB HBM3"},
         {1, 0x2335, "NVIDIA H200"},                {1, 0x2901, "NVIDIA B200"},
-        {2, 0x731F, "AMD Radeon RX 5600 XT/5700/5700 XT"}, {2, 0x73BF, "AMD Radeon RX 6800/6800 XT/6900 XT"},
-        {2, 0x744C, "AMD Radeon RX 7900 GRE/7900 XT/7900 XTX"}, {2, 0x7550, "AMD Radeon RX 9070/9070 XT"},
+        {2, 0x731F, "AMD Radeon RX 5700 Series"}, {2, 0x73BF, "AMD Radeon RX 6800 Series"},
+        {2, 0x744C, "AMD Radeon RX 7900 Series"}, {2, 0x7550, "AMD Radeon RX 9070 Series"},
+        // Integrated graphics and laptop parts.
+        {2, 0x15BF, "AMD Radeon 700M Series"},     {2, 0x1681, "AMD Radeon 600M Series"},
+        {2, 0x164E, "AMD Radeon Graphics (Ryzen 7000)"}, {2, 0x1638, "AMD Radeon Vega Series"},
+        {1, 0x28E0, "NVIDIA GeForce RTX 4060 Laptop GPU"}, {1, 0x2860, "NVIDIA GeForce RTX 4070 Laptop GPU"},
+        {1, 0x2757, "NVIDIA GeForce RTX 4090 Laptop GPU"}, {1, 0x1F9D, "NVIDIA GeForce GTX 1650 Mobile"},
         {2, 0x740F, "AMD Instinct MI210"},         {2, 0x74A1, "AMD Instinct MI300X"},
         {4, 0x56A0, "Intel Arc A770 Graphics"},    {4, 0xE20B, "Intel Arc B580 Graphics"},
         {3, 0x8A22, "S3 Savage4"},
@@ -125,6 +134,27 @@ TEST(GpuDatabase, CoversTodaysBoards) {
     EXPECT_EQ(h100->unifiedShaders, 16896);
     EXPECT_EQ(h100->ropUnits, -1);  // not published: unknown
     EXPECT_EQ(h100->boardPowerW, 700);
+}
+
+// One device ID, several boards: the subsystem names the board where the
+// list knows it, the family row answers for the rest.
+TEST(GpuDatabase, BoardsAreToldApartBySubsystem) {
+    auto name = [](int cls, int device, int sv, int sd) {
+        const GpuDatabaseEntry* r = DatabaseRow(cls, DatabaseLookup(cls, device, sv, sd));
+        return r ? std::string(r->fullName) : std::string("(none)");
+    };
+    EXPECT_EQ(name(2, 0x73BF, 0x1002, 0x0E3A), "AMD Radeon RX 6900 XT");
+    EXPECT_EQ(name(2, 0x73BF, 0x1DA2, 0xE437), "AMD Radeon RX 6800");
+    EXPECT_EQ(name(2, 0x73BF, 0x1DA2, 0x438E), "AMD Radeon RX 6800 XT");
+    EXPECT_EQ(name(2, 0x73BF, 0x1234, 0x5678), "AMD Radeon RX 6800 Series");  // a board the list does not know
+    EXPECT_EQ(name(2, 0x73BF, -1, -1), "AMD Radeon RX 6800 Series");
+    EXPECT_EQ(name(1, 0x1E30, 0x10DE, 0x129E), "NVIDIA Quadro RTX 8000");
+    EXPECT_EQ(name(1, 0x2684, 0x10DE, 0x167C), "NVIDIA GeForce RTX 4090");  // one board per ID: the subsystem changes nothing
+    // Another device's board never matches.
+    EXPECT_EQ(name(2, 0x73DF, 0x1002, 0x0E3A), "AMD Radeon RX 6700 Series");
+    const GpuDatabaseEntry* xt = DatabaseRow(2, DatabaseLookup(2, 0x73BF, 0x1DA2, 0x438E));
+    ASSERT_NE(xt, nullptr);
+    EXPECT_EQ(xt->unifiedShaders, 4608);
 }
 
 TEST(GpuDatabase, PreUnifiedPartsCountVertexAndPixelUnits) {

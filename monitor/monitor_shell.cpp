@@ -61,20 +61,18 @@ struct Bridges {
                 (*array)[i].override_memory_clock.store(vthm.Value(i, vthm::kMemoryClock), std::memory_order_relaxed);
             }
         }
-        if (gGpuzEnabled.load(std::memory_order_relaxed) && array->count() > 0 && gpuz.OpenGpuzMemory()) {
-            GpuSensorRecord& r = (*array)[0];
-            double v = 0;
-            if (gpuz.SensorValue(gpuz::kCoreClock, &v) && v > 0 && v < 20000) r.override_core_clock.store(static_cast<float>(v));
-            if (gpuz.SensorValue(gpuz::kMemoryClock, &v) && v > 0 && v < 50000) r.override_memory_clock.store(static_cast<float>(v));
-            if (gpuz.SensorValue(gpuz::kVddc, &v) && v > 0 && v < 3) r.override_voltage.store(static_cast<float>(v));
+        if (gGpuzEnabled.load(std::memory_order_relaxed)) {
             const ProbeGPU::GpuSlot* slot = ProbeGPU::getGpu(0);
-            if ((!slot || !slot->backend) && gpuz.SensorValue(gpuz::kTemperature, &v) && v > -50 && v < 200) {
-                r.temperature.store(static_cast<float>(v));
-                if (static_cast<float>(v) > r.highest_temperature.load()) r.highest_temperature.store(static_cast<float>(v));
-                gTemperatureSource.store(true);
+            const bool gpu0Read = slot && slot->backend;
+            if (MergeGpuzReadings(gpuz, array, gpu0Read)) {
+                if (!gpuzSeen) EventLine("GPU-Z bridge: GPU 1's clocks and voltage now come from GPU-Z.");
+                gpuzSeen = true;
+                if (array->count() > 0 && (*array)[0].has_temperature.load(std::memory_order_relaxed))
+                    gTemperatureSource.store(true);
             }
         }
     }
+    bool gpuzSeen = false;
 };
 
 void ThreadMain(GpuSensorArray* array, unsigned periodMs) {
@@ -267,7 +265,42 @@ void MonitorShutdown() {
     gPeriodMs.store(0);
 }
 
-void EnableGpuzBridge(bool on) { gGpuzEnabled.store(on); }
+void EnableGpuzBridge(bool on) {
+    gGpuzEnabled.store(on);
+    if (on) EventLine("GPU-Z bridge: on; GPU-Z's readings are used while it runs.");
+}
+
+bool GpuzBridgeEnabled() { return gGpuzEnabled.load(); }
+
+bool MergeGpuzReadings(GpuzBridge& gpuz, GpuSensorArray* array, bool gpu0HasSensorInterface) {
+    if (!array || array->count() == 0 || !gpuz.OpenGpuzMemory()) return false;
+    GpuSensorRecord& r = (*array)[0];
+    bool any = false;
+    double v = 0;
+    // Values outside what any GPU reports are a block being rewritten or
+    // garbage, and are passed over.
+    if (gpuz.SensorValue(gpuz::kCoreClock, &v) && v > 0 && v < 20000) {
+        r.override_core_clock.store(static_cast<float>(v));
+        any = true;
+    }
+    if (gpuz.SensorValue(gpuz::kMemoryClock, &v) && v > 0 && v < 50000) {
+        r.override_memory_clock.store(static_cast<float>(v));
+        any = true;
+    }
+    if (gpuz.SensorValue(gpuz::kVddc, &v) && v > 0 && v < 3) {
+        r.override_voltage.store(static_cast<float>(v));
+        any = true;
+    }
+    // The GPU's own interface is trusted first for the temperature.
+    if (!gpu0HasSensorInterface && gpuz.SensorValue(gpuz::kTemperature, &v) && v > -50 && v < 200) {
+        const float t = static_cast<float>(v);
+        r.temperature.store(t);
+        r.has_temperature.store(true);
+        if (t > r.highest_temperature.load()) r.highest_temperature.store(t);
+        any = true;
+    }
+    return any;
+}
 
 // ------------------------------------------------------------ read side
 

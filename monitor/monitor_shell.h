@@ -30,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "monitor/bridges.h"
 #include "monitor/sensors.h"
 
 namespace monitor {
@@ -69,7 +70,13 @@ void MonitorShutdown();
 // The GPU-Z bridge is off by default; when on, the monitor thread copies
 // GPU-Z's core clock, memory clock and voltage into GPU 0's overriding
 // readings (and its temperature when GPU 0 has no sensor interface).
+// The setting `enable_gpuz_bridge` reaches it at start-up (before step 15).
 void EnableGpuzBridge(bool on);
+bool GpuzBridgeEnabled();
+// One merge of GPU-Z's block into GPU 0's record: core clock, memory clock
+// and voltage as overriding readings, and the temperature only when GPU 0
+// has no sensor interface of its own. True when GPU-Z supplied anything.
+bool MergeGpuzReadings(GpuzBridge& gpuz, GpuSensorArray* array, bool gpu0HasSensorInterface);
 
 // ------------------------------------------------------------ read side
 

@@ -14,8 +14,10 @@
 
 #include "monitor/complaints.h"
 #include "monitor/event_sink.h"
+#include "monitor/fakes/blocks.h"
 #include "monitor/fakes/fake_sysfs.h"
 #include "monitor/fakes/test_env.h"
+#include "monitor/gpu_listing.h"
 #include "monitor/probe_gpu.h"
 #include "monitor/probe_log.h"
 
@@ -290,6 +292,20 @@ TEST_F(TwoFakeGpus, AFailingNvmlLeavesTheOtherGpuAlone) {
     EXPECT_TRUE(GpuTemperatureSourcePresent());  // GPU 1 has one
 }
 
+// The listing a user runs on a real machine goes through the same library:
+// NVML's board and the amdgpu board, each with its readings.
+TEST_F(TwoFakeGpus, TheListingReadsEveryInterface) {
+    ASSERT_TRUE(MonitorStartup(0, 0, 32, 32, 0, 0, 0));
+    const std::string text = GpuListing();
+    EXPECT_EQ(text.rfind("GPUs: 2\nGPU 1: AMD Radeon RX 6950 XT\n", 0), 0u) << text;
+    EXPECT_NE(text.find("  Sensor interface: sysfs\n  Temperature: 52.0 C\n"), std::string::npos) << text;
+    const size_t nv = text.find("GPU 2: NVIDIA GeForce RTX 4090\n");
+    ASSERT_NE(nv, std::string::npos) << text;
+    EXPECT_NE(text.find("  PCI ID: 10DE:2684\n", nv), std::string::npos) << text;
+    EXPECT_NE(text.find("  Sensor interface: NVML\n  Temperature: 6", nv), std::string::npos) << text;
+    EXPECT_NE(text.find("  GPU load: 99 %\n", nv), std::string::npos) << text;
+}
+
 #else  // _WIN32
 
 struct Device {
@@ -347,6 +363,21 @@ TEST_F(Shell, NvidiaUnderWineThroughTheFakeNvapi) {
     EXPECT_TRUE(GpuTemperatureSourcePresent());
 }
 
+TEST_F(Shell, TheListingReadsTheFakeNvapiUnderWine) {
+    gDevices = {{"\\\\.\\DISPLAY1", "NVIDIA GeForce GTX 980", "PCI\\VEN_10DE&DEV_13C0&SUBSYS_01041F96&REV_A1"}};
+    ProbeGPU::SetDisplayEnumeratorForTests(&Enumerate);
+    fakes::WriteTextFile(nvapiScript, "gpus=1\ngpu0.subsystem=0x01041F96\ngpu0.temp=61\n");
+    fakes::ScopedEnv nvapi{ProbeGPU::NvapiBackend::kLibraryVariable, std::string(ARD_FAKES_DIR) + "/nvapi64.dll"};
+    gCaps = Caps("NVIDIA Corporation", "GeForce GTX 980/PCIe/SSE2", "4.5.0 NVIDIA 353.30");
+    ASSERT_TRUE(MonitorStartup(0, 0, 32, 32, 0, 0, 0));
+    const std::string text = GpuListing();
+    EXPECT_EQ(text.rfind("GPUs: 1\nGPU 1: ", 0), 0u) << text;
+    EXPECT_NE(text.find("  PCI ID: 10DE:13C0\n  Subsystem ID: 1F96:0104\n  Code name: GM204\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  Sensor interface: NVAPI\n  Temperature: 61.0 C\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  GPU load: 97 %\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  Fan: 1650 RPM\n"), std::string::npos) << text;
+}
+
 TEST_F(Shell, AmdUnderWineThroughTheFakeAdl) {
     gDevices = {{"\\\\.\\DISPLAY1", "AMD Radeon R9 200 Series", "PCI\\VEN_1002&DEV_67B0&SUBSYS_30801462&REV_00"}};
     ProbeGPU::SetDisplayEnumeratorForTests(&Enumerate);
@@ -382,6 +413,63 @@ TEST_F(Shell, AmdUnderWineThroughTheFakeAdl) {
 }
 
 #endif
+
+std::unique_ptr<BlockSource> GpuzBlocks(std::vector<std::vector<unsigned char>> script) {
+    return std::unique_ptr<BlockSource>(new fakes::MemoryBlockSource(std::move(script)));
+}
+
+// What GPU-Z publishes reaches GPU 1's shown values; its temperature only
+// when nothing else reads GPU 1.
+TEST(GpuzMerge, ClocksAndVoltageOverrideTheInterfaceTemperatureOnlyWithoutOne) {
+    GpuSensorArray a(2);
+    a[0].core_clock.store(800.0f);
+    a[0].core_voltage.store(0.9f);
+    a[0].temperature.store(45.0f);
+    a[0].has_temperature.store(true);
+    GpuzBridge gpuz(GpuzBlocks({fakes::MakeGpuzBlock({{"GPU Core Clock", "MHz", 1500.0},
+                                                       {"GPU Memory Clock", "MHz", 2000.0},
+                                                       {"GPU Temperature", "C", 71.0},
+                                                       {"VDDC", "V", 1.05}})}));
+    ASSERT_TRUE(MergeGpuzReadings(gpuz, &a, true));
+    GpuSensorSnapshot s = a.Snapshot(0);
+    EXPECT_FLOAT_EQ(s.shown_core_clock(), 1500.0f);
+    EXPECT_FLOAT_EQ(s.shown_memory_clock(), 2000.0f);
+    EXPECT_FLOAT_EQ(s.shown_voltage(), 1.05f);
+    EXPECT_FLOAT_EQ(s.temperature, 45.0f);  // GPU 1's own interface wins
+    EXPECT_FLOAT_EQ(a.Snapshot(1).shown_core_clock(), 0.0f);
+
+    GpuSensorArray bare(1);
+    ASSERT_TRUE(MergeGpuzReadings(gpuz, &bare, false));
+    s = bare.Snapshot(0);
+    EXPECT_TRUE(s.has_temperature);
+    EXPECT_FLOAT_EQ(s.temperature, 71.0f);
+    EXPECT_FLOAT_EQ(s.highest_temperature, 71.0f);
+}
+
+TEST(GpuzMerge, NoBlockOrNonsenseChangesNothing) {
+    GpuSensorArray a(1);
+    GpuzBridge absent(GpuzBlocks({}));
+    EXPECT_FALSE(MergeGpuzReadings(absent, &a, false));
+    GpuzBridge wild(GpuzBlocks({fakes::MakeGpuzBlock({{"GPU Core Clock", "MHz", 1e9},
+                                                       {"GPU Temperature", "C", -300.0},
+                                                       {"VDDC", "V", -1.0}})}));
+    EXPECT_FALSE(MergeGpuzReadings(wild, &a, false));
+    GpuSensorSnapshot s = a.Snapshot(0);
+    EXPECT_FLOAT_EQ(s.shown_core_clock(), 0.0f);
+    EXPECT_FALSE(s.has_temperature);
+    EXPECT_FALSE(MergeGpuzReadings(wild, nullptr, false));
+}
+
+TEST(GpuzMerge, TheSwitchIsOffUntilSetAndSaysSoWhenOn) {
+    CapturedEvents events;
+    EnableGpuzBridge(false);
+    EXPECT_FALSE(GpuzBridgeEnabled());
+    EnableGpuzBridge(true);
+    EXPECT_TRUE(GpuzBridgeEnabled());
+    EnableGpuzBridge(false);
+    EXPECT_NE(std::find(events.lines().begin(), events.lines().end(), "GPU-Z bridge: on; GPU-Z's readings are used while it runs."),
+              events.lines().end());
+}
 
 TEST(AmdDriverText, ComposedFromItsParts) {
     EXPECT_EQ(AmdDriverText("15.7", "15.200.1046.0-150622a-186024C", "6-22-2015"),

@@ -42,7 +42,13 @@ struct RegistryDriverFacts {
 };
 RegistryDriverFacts gRegistryDriver;
 
-bool ContainsSlash(const char* s) { return s && std::strchr(s, '/') != nullptr; }
+// A database row for a device ID that several boards share names the family
+// ("... Series"); the adapter's own description, where it has one, says
+// which board this is.
+bool NamesAFamily(const char* s) {
+    const size_t n = s ? std::strlen(s) : 0;
+    return n >= 7 && std::strcmp(s + n - 7, " Series") == 0;
+}
 
 #if defined(_WIN32)
 bool EnumWindowsDisplayDevice(int i, DisplayDeviceRecord* out) {
@@ -203,7 +209,8 @@ void HardwareCaps::_readDisplayDeviceData() {
     for (size_t i = 0; i < drmDevices.size() && adapters.count() < AdapterTable::kMaxRows; ++i) {
         const sysfs::DrmDevice& d = drmDevices[i];
         int cls = VendorClassOf(static_cast<int>(d.vendor));
-        const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(d.device)));
+        const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(d.device), static_cast<int>(d.subsystemVendor),
+                                                                          static_cast<int>(d.subsystemDevice)));
         char generic[64];
         std::snprintf(generic, sizeof generic, "PCI display device %04X:%04X", d.vendor, d.device);
         DisplayDeviceRecord rec{"card" + std::to_string(d.card), row ? row->fullName : generic, d.pnpId(), d.deviceDir};
@@ -220,8 +227,10 @@ void HardwareCaps::_readDisplayDeviceData() {
         const DisplayAdapterEntry& e = adapters.row(0);
         gDisplayRow = 0;
         int cls = VendorClassOf(static_cast<int>(drmDevices[0].vendor));
-        const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(drmDevices[0].device)));
-        descriptionFromDatabase = row && !ContainsSlash(row->fullName);
+        const GpuDatabaseEntry* row = DatabaseRow(
+            cls, DatabaseLookup(cls, static_cast<int>(drmDevices[0].device), static_cast<int>(drmDevices[0].subsystemVendor),
+                                static_cast<int>(drmDevices[0].subsystemDevice)));
+        descriptionFromDatabase = row && !NamesAFamily(row->fullName);
         ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
     }
 #endif
@@ -270,7 +279,8 @@ void HardwareCaps::NVML_Init() {
         } else {
             // NVML's own name beats a generic text.
             int cls = VendorClassOf(static_cast<int>(nd.vendor));
-            const GpuDatabaseEntry* db = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(nd.device)));
+            const GpuDatabaseEntry* db = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(nd.device), static_cast<int>(nd.subsystemVendor),
+                                                                            static_cast<int>(nd.subsystemDevice)));
             if (!db && !nd.name.empty()) CopyFixed(adapters.mutableRow(row).deviceString, 128, nd.name.c_str());
         }
         gRowSources[static_cast<size_t>(row)].nvml = i;
@@ -290,7 +300,12 @@ void HardwareCaps::SYSFS_Init() {
         RowSource& src = gRowSources[r];
         if (src.drm < 0 || src.nvml >= 0) continue;
         const sysfs::DrmDevice& d = drmDevices[static_cast<size_t>(src.drm)];
-        if (d.vendor != kPciVendorAmd && d.vendor != kPciVendorIntel) continue;
+        // Every driver's hwmon and sysfs files are read: amdgpu, radeon,
+        // i915 and xe, and any other device with a hwmon folder, such as an
+        // NVIDIA board that NVML does not serve (nouveau, the open kernel
+        // module without its library). What a driver does not offer simply
+        // fails to read; a device with nothing to read has no interface.
+        if (d.vendor != kPciVendorAmd && d.vendor != kPciVendorIntel && d.hwmonDir.empty()) continue;
         src.sysfs = static_cast<int>(sensorDevices.size());
         sensorDevices.push_back(d);
         gProbeLog.Write("SYSFS - GPU %d: %04X-%04X driver %s, hwmon %s", src.sysfs, d.vendor, d.device,
@@ -443,7 +458,7 @@ namespace {
 
 void FillSlotFromDatabase(GpuSlot* s) {
     int cls = VendorClassOf(s->pciVendor);
-    const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, s->pciDevice));
+    const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, s->pciDevice, s->subsystemVendor, s->subsystemDevice));
     if (!row) return;
     s->pixelUnits = row->ropUnits > 0 ? row->ropUnits : 0;
     s->textureUnits = row->textureUnits > 0 ? row->textureUnits : 0;
@@ -525,6 +540,8 @@ void BuildGpuList(Root* root) {
             s.backend = caps.sysfs.get();
             s.backendIndex = src.sysfs;
             s.driverVersion = caps.sysfs->DriverText(src.sysfs);
+        } else if (src.drm >= 0 && static_cast<size_t>(src.drm) < caps.drmDevices.size()) {
+            s.driverVersion = caps.drmDevices[static_cast<size_t>(src.drm)].driver;  // the kernel's driver, unread
         }
         if (static_cast<int>(r) == gDisplayRow && caps.m_display_device_string[0]) s.name = caps.m_display_device_string;
         FillSlotFromDatabase(&s);
@@ -584,12 +601,12 @@ bool scanGraphicsHardware() {
     gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - START");
     gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 01");
     const int cls = caps.vendorClass;
-    gGlobals.gpu_db_index = DatabaseLookup(cls, caps.ids.device);
+    gGlobals.gpu_db_index = DatabaseLookup(cls, caps.ids.device, caps.ids.subsystemVendor(), caps.ids.subsystemDevice());
     gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - gGlobals.gpu_db_index: %d", gGlobals.gpu_db_index);
     const GpuDatabaseEntry* row = DatabaseRow(cls, gGlobals.gpu_db_index);
-    // A row that several boards share names them all; the adapter's own
-    // description says which one this is.
-    if (row && (!ContainsSlash(row->fullName) || caps.m_display_device_string[0] == '\0'))
+    // A row that several boards share names their family; the adapter's
+    // own description says which one this is.
+    if (row && (!NamesAFamily(row->fullName) || caps.m_display_device_string[0] == '\0'))
         CopyFixed(gGlobals.gpu_name, sizeof gGlobals.gpu_name, row->fullName);
     else
         CopyFixed(gGlobals.gpu_name, sizeof gGlobals.gpu_name, caps.m_display_device_string);

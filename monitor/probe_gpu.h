@@ -69,7 +69,8 @@ public:
     void _queryCPUInfo();
     void NVAPI_Init();
     void ATI_Init();
-    // Linux: NVML, then the sysfs sensors of amdgpu/i915/xe devices.
+    // Linux: NVML, then the sysfs and hwmon sensors of every other device
+    // (amdgpu, radeon, i915, xe, nouveau, NVIDIA without its library).
     void NVML_Init();
     void SYSFS_Init();
     // Takes a display device as the chosen one and parses its ID string.

@@ -242,6 +242,65 @@ TEST_F(ProbeGpu, TheBootDisplayLeadsAndAServerBmcIsNoGpu) {
     EXPECT_EQ(std::string(getDriverDescription()).rfind("Forceware 550.54.14 () - GL:", 0), 0u) << getDriverDescription();
 }
 
+// Without the vendor library (the open kernel module, nouveau) an NVIDIA
+// board still has its hwmon readings; with it, NVML serves the board.
+TEST_F(ProbeGpu, AnNvidiaBoardWithoutItsLibraryIsReadThroughHwmon) {
+    fakes::FakeCard nv;
+    nv.vendor = 0x10DE;
+    nv.device = 0x2684;
+    nv.driver = "nouveau";
+    nv.pciSlot = "0000:01:00.0";
+    nv.bootVga = true;
+    tree.AddCard(nv);
+    tree.FillNvidiaHwmon(0, 57);
+    ASSERT_TRUE(startup(0, 0, 32, 32, 0, 0, 0));
+    const GpuSlot* g = getGpu(0);
+    ASSERT_NE(g, nullptr);
+    ASSERT_NE(g->backend, nullptr);
+    EXPECT_STREQ(g->backend->Name(), "sysfs");
+    float t = 0;
+    int threshold = 0;
+    ASSERT_TRUE(readTemperature(0, &t, &threshold, nullptr, nullptr));
+    EXPECT_FLOAT_EQ(t, 57.0f);
+    EXPECT_EQ(threshold, 105);
+    int fan = 0, rpm = 0;
+    ASSERT_TRUE(readFan(0, &fan, &rpm));
+    EXPECT_EQ(fan, 1320);
+    EXPECT_EQ(rpm, 1);
+    int percent = 0, available = 0;
+    ASSERT_TRUE(readPower(0, 0, &percent, &available));
+    EXPECT_EQ(percent, 50);
+    int load = 0, memLoad = 0;
+    EXPECT_FALSE(readUsage(0, &load, &memLoad));  // nouveau has no load counter: not a 0
+    EXPECT_NE(Log().find("SYSFS - GPU 0: 10DE-2684 driver nouveau"), std::string::npos);
+
+    shutdown();
+    fakes::WriteTextFile(nvmlScript, "gpus=1\ngpu0.bus=00000000:01:00.0\ngpu0.temp=64\n");
+    fakes::ScopedEnv lib{NvmlBackend::kLibraryVariable, std::string(ARD_FAKES_DIR) + "/libnvidia-ml.so.1"};
+    ASSERT_TRUE(startup(0, 0, 32, 32, 0, 0, 0));
+    EXPECT_STREQ(getGpu(0)->backend->Name(), "NVML");
+    ASSERT_TRUE(readTemperature(0, &t, nullptr, nullptr, nullptr));
+    EXPECT_FLOAT_EQ(t, 64.0f);
+}
+
+// The proprietary driver without its library and without hwmon: nothing
+// reads the board, and the listing and HUD say so rather than show zeros.
+TEST_F(ProbeGpu, ABoardWithNothingToReadHasNoInterface) {
+    fakes::FakeCard nv;
+    nv.vendor = 0x10DE;
+    nv.device = 0x2684;
+    nv.driver = "nvidia";
+    nv.pciSlot = "0000:41:00.0";
+    nv.hwmon = false;
+    tree.AddCard(nv);
+    ASSERT_TRUE(startup(0, 0, 32, 32, 0, 0, 0));
+    ASSERT_NE(getGpu(0), nullptr);
+    EXPECT_EQ(getGpu(0)->backend, nullptr);
+    EXPECT_EQ(getGpu(0)->driverVersion, "nvidia");
+    float t = 0;
+    EXPECT_FALSE(readTemperature(0, &t, nullptr, nullptr, nullptr));
+}
+
 TEST_F(ProbeGpu, Device6798IsNamedByTheRenderer) {
     fakes::FakeCard c;
     c.device = 0x6798;

@@ -19,6 +19,8 @@ GpuSensorSnapshot GpuSensorArray::Snapshot(int i) const {
     const GpuSensorRecord& r = records_[static_cast<size_t>(i)];
     s.name = r.name;
     s.pci_vendor_id = r.pci_vendor_id.load(R);
+    s.has_temperature = r.has_temperature.load(R);
+    s.has_load = r.has_load.load(R);
     s.temperature = r.temperature.load(R);
     s.highest_temperature = r.highest_temperature.load(R);
     s.temperature_threshold = r.temperature_threshold.load(R);
@@ -139,6 +141,7 @@ void RefreshSnapshot(SensorSource& source, GpuSensorArray* array) {
         ProbeGPU::TemperatureReading t;
         if (source.Temperature(i, &t)) {
             r.temperature.store(t.celsius, R);
+            r.has_temperature.store(true, R);
             r.temperature_threshold.store(t.threshold, R);
             r.temperature_hotspot.store(t.hotspot, R);
             r.temperature_memory.store(t.memory, R);
@@ -147,6 +150,7 @@ void RefreshSnapshot(SensorSource& source, GpuSensorArray* array) {
         int load = 0, second = -1;
         if (source.Usage(i, &load, &second)) {
             r.load.store(static_cast<float>(load), R);
+            r.has_load.store(true, R);
             r.memory_load.store(second, R);
             Raise(r.highest_load, static_cast<float>(load));
         }

@@ -19,6 +19,10 @@ struct GpuSensorRecord {
     std::atomic<int> pci_vendor_id{0};
     std::atomic<int> unit_count[2] = {{0}, {0}};  // ROPs, texture units
 
+    // Whether some interface (or a bridge) has supplied the temperature and
+    // the load: a reading none supplies is shown as "n.a.", never as 0.
+    std::atomic<bool> has_temperature{false};
+    std::atomic<bool> has_load{false};
     std::atomic<float> temperature{0.0f};
     std::atomic<float> highest_temperature{0.0f};
     std::atomic<int> temperature_threshold{-1};  // the three further temperature outputs
@@ -52,6 +56,7 @@ struct GpuSensorRecord {
 struct GpuSensorSnapshot {
     std::string name;
     int pci_vendor_id = 0;
+    bool has_temperature = false, has_load = false;
     float temperature = 0, highest_temperature = 0;
     int temperature_threshold = -1, temperature_hotspot = -1, temperature_memory = -1;
     float load = 0, highest_load = 0;

@@ -142,6 +142,30 @@ TEST(SensorRefresh, ReadingsLandAndHighWaterMarksOnlyRise) {
     EXPECT_FLOAT_EQ(a.Snapshot(0).highest_temperature, 71.0f);
 }
 
+// Whether a reading was ever supplied is kept apart from its value, so a
+// GPU nothing reads is "n.a." and not 0.
+TEST(SensorRefresh, ReadingsNeverSuppliedStayUnknown) {
+    Scripted s;
+    s.temperatureOk = s.usageOk = false;
+    GpuSensorArray a = Make(0x1234);
+    RefreshSnapshot(s, &a);
+    GpuSensorSnapshot v = a.Snapshot(0);
+    EXPECT_FALSE(v.has_temperature);
+    EXPECT_FALSE(v.has_load);
+    s.usageOk = true;
+    s.load = 0;
+    RefreshSnapshot(s, &a);
+    v = a.Snapshot(0);
+    EXPECT_FALSE(v.has_temperature);
+    EXPECT_TRUE(v.has_load);  // a measured 0 %
+    EXPECT_FLOAT_EQ(v.load, 0.0f);
+    s.temperatureOk = true;
+    RefreshSnapshot(s, &a);
+    s.temperatureOk = false;  // a later failure keeps the last value, still known
+    RefreshSnapshot(s, &a);
+    EXPECT_TRUE(a.Snapshot(0).has_temperature);
+}
+
 TEST(SensorRefresh, FailedReadsKeepTheOldValues) {
     Scripted s;
     GpuSensorArray a = Make(0x10DE);

@@ -65,7 +65,8 @@ std::vector<DrmDevice> EnumerateDrmDevices(const std::string& root);
 
 }  // namespace sysfs
 
-// Sensors of amdgpu, radeon, i915 and xe devices from sysfs and hwmon.
+// Sensors of any DRM device from sysfs and hwmon: amdgpu, radeon, i915, xe,
+// nouveau, an NVIDIA board without its vendor library.
 // What a driver does not offer is simply not read.
 class SysfsBackend : public GpuSensorBackend {
 public:

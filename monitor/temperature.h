@@ -23,7 +23,8 @@ public:
     static constexpr const char* kDefaultPath = "./gpu-temperature.xml";
     static constexpr const char* kUnknownCard = "Unknown Graphics Card";
 
-    // gpuName: the name of GPU 0 (null or empty: "Unknown Graphics Card").
+    // gpuName: the name of GPU 0 (null or empty: "Unknown Graphics Card");
+    // written into the header escaped, so any name keeps the file readable.
     explicit TemperatureLog(const char* gpuName, std::string path = kDefaultPath);
     ~TemperatureLog();
     TemperatureLog(const TemperatureLog&) = delete;
@@ -42,6 +43,9 @@ public:
     static std::string FurLine(int gpu, float celsius, float seconds);
     static std::string AppLine(int gpu, float celsius, float seconds, int width, int height, int msaa);
     static float Fahrenheit(float celsius) { return celsius * 1.8f + 32.0f; }
+    // Text made safe for an XML attribute value: markup characters become
+    // entities, control characters (not allowed in XML even escaped) '?'.
+    static std::string EscapeAttribute(const std::string& text);
 
 private:
     void WriteLine(const std::string& text);
@@ -65,11 +69,23 @@ class TemperatureHistory {
 public:
     // Samples when due: at once on the first call, then only when more than
     // `periodMs` passed since the previous sample. `nowMs` is any
-    // millisecond clock; `elapsedMs` the test's elapsed time. A null or
-    // empty snapshot does nothing. With a log, each sample is also written
-    // (the application line form). True when it sampled.
-    bool Sample(const GpuSensorArray* sensors, uint32_t nowMs, uint32_t elapsedMs, uint32_t periodMs,
-                TemperatureLog* log = nullptr, int width = 0, int height = 0, int msaa = 0);
+    // millisecond clock that never resets during the test; a sample's time
+    // is measured from the test's start on that clock (StartClock, else the
+    // first sample), so a benchmark's warm-up end, which resets the run
+    // statistics, does not restart it. A GPU whose temperature no interface
+    // supplies is not sampled (its history stays empty and it is not
+    // logged). A null or empty snapshot does nothing. With a log, each
+    // sample is also written (the application line form). True when it
+    // sampled.
+    bool Sample(const GpuSensorArray* sensors, uint32_t nowMs, uint32_t periodMs, TemperatureLog* log = nullptr,
+                int width = 0, int height = 0, int msaa = 0);
+    // Marks the test's start on the clock Sample is given.
+    void StartClock(uint32_t nowMs) {
+        startMs_ = nowMs;
+        started_ = true;
+    }
+    // The GPUs the latest sampling call took a sample of, in index order.
+    const std::vector<int>& sampledGpus() const { return sampled_; }
 
     int gpuCount() const { return static_cast<int>(histories_.size()); }
     const std::vector<TemperatureSample>& history(int gpu) const { return histories_[static_cast<size_t>(gpu)]; }
@@ -84,6 +100,9 @@ private:
     float highest_ = 0.0f;
     bool allocated_ = false;
     uint32_t lastSampleMs_ = 0;
+    bool started_ = false;
+    uint32_t startMs_ = 0;
+    std::vector<int> sampled_;
 };
 
 // What to draw for one GPU's temperature graph.

@@ -49,6 +49,15 @@ TEST(TemperatureLog, TheFileIsMadeOnTheFirstLineAndClosedWithTheRootEnd) {
                                              NL + TemperatureLog::FurLine(1, 50.25f, 1.0f) + NL + "</gpuTemperature>" + NL);
 }
 
+// A name is outside data: whatever it holds, the file must stay XML.
+TEST(TemperatureLog, TheGpuNameIsEscapedInTheHeader) {
+    const std::string h = TemperatureLog::Header("Rx <\"Pro\"> & 'Co'\x01");
+    EXPECT_NE(h.find("<gpuTemperature graphics_card=\"Rx &lt;&quot;Pro&quot;&gt; &amp; &apos;Co&apos;?\" >"), std::string::npos)
+        << h;
+    EXPECT_EQ(TemperatureLog::EscapeAttribute("AMD Radeon RX 7900 XTX"), "AMD Radeon RX 7900 XTX");
+    EXPECT_EQ(TemperatureLog::EscapeAttribute("\xB0\xE9"), "\xB0\xE9");  // code-page letters stay
+}
+
 TEST(TemperatureLog, NoNameMeansUnknownGraphicsCard) {
     TemperatureLog a(nullptr, "unused");
     EXPECT_EQ(a.gpuName(), "Unknown Graphics Card");
@@ -75,19 +84,22 @@ TEST(TemperatureLog, AnUnwritablePathDropsLinesQuietly) {
 GpuSensorArray Temps(std::initializer_list<float> t) {
     GpuSensorArray a(static_cast<int>(t.size()));
     int i = 0;
-    for (float v : t) a[i++].temperature.store(v);
+    for (float v : t) {
+        a[i].has_temperature.store(true);
+        a[i++].temperature.store(v);
+    }
     return a;
 }
 
 TEST(TemperatureHistory, SamplesAtOnceThenOncePerPeriod) {
     GpuSensorArray a = Temps({40.0f, 50.0f});
     TemperatureHistory h;
-    EXPECT_TRUE(h.Sample(&a, 10000, 0, 1000));
-    EXPECT_FALSE(h.Sample(&a, 10500, 500, 1000));
-    EXPECT_FALSE(h.Sample(&a, 11000, 1000, 1000));  // exactly one period is not more than one
+    EXPECT_TRUE(h.Sample(&a, 10000, 1000));
+    EXPECT_FALSE(h.Sample(&a, 10500, 1000));
+    EXPECT_FALSE(h.Sample(&a, 11000, 1000));  // exactly one period is not more than one
     a[0].temperature.store(44.0f);
     a[1].temperature.store(47.0f);
-    EXPECT_TRUE(h.Sample(&a, 11001, 1001, 1000));
+    EXPECT_TRUE(h.Sample(&a, 11001, 1000));
     ASSERT_EQ(h.gpuCount(), 2);
     ASSERT_EQ(h.history(0).size(), 2u);
     EXPECT_FLOAT_EQ(h.history(0)[1].celsius, 44.0f);
@@ -102,16 +114,61 @@ TEST(TemperatureHistory, SamplesAtOnceThenOncePerPeriod) {
 TEST(TemperatureHistory, AWrappingClockStillMeasures) {
     GpuSensorArray a = Temps({40.0f});
     TemperatureHistory h;
-    EXPECT_TRUE(h.Sample(&a, 0xFFFFFF00u, 0, 100));
-    EXPECT_FALSE(h.Sample(&a, 0xFFFFFF50u, 0, 100));
-    EXPECT_TRUE(h.Sample(&a, 0x00000010u, 0, 100));
+    EXPECT_TRUE(h.Sample(&a, 0xFFFFFF00u, 100));
+    EXPECT_FALSE(h.Sample(&a, 0xFFFFFF50u, 100));
+    EXPECT_TRUE(h.Sample(&a, 0x00000010u, 100));
+    EXPECT_FLOAT_EQ(h.history(0).back().seconds, 0.272f);  // 0x110 ms after the start, across the wrap
+}
+
+// The times are the test's, from its start: nothing the run statistics do
+// (a benchmark's warm-up end resets them) may send them back to 0.
+TEST(TemperatureHistory, SecondsCountFromTheTestStartAndNeverRestart) {
+    GpuSensorArray a = Temps({40.0f});
+    TemperatureHistory h;
+    h.StartClock(5000);
+    for (uint32_t now : {5000u, 6030u, 7060u, 8460u, 9500u, 11050u}) EXPECT_TRUE(h.Sample(&a, now, 1000));
+    ASSERT_EQ(h.history(0).size(), 6u);
+    const float want[] = {0.0f, 1.03f, 2.06f, 3.46f, 4.5f, 6.05f};
+    for (size_t k = 0; k < 6; ++k) EXPECT_FLOAT_EQ(h.history(0)[k].seconds, want[k]) << k;
+
+    // Without a marked start the first sample is the start.
+    TemperatureHistory first;
+    first.Sample(&a, 700, 100);
+    first.Sample(&a, 1950, 100);
+    EXPECT_FLOAT_EQ(first.history(0)[0].seconds, 0.0f);
+    EXPECT_FLOAT_EQ(first.history(0)[1].seconds, 1.25f);
+}
+
+// A GPU without a temperature interface has no history, no log line and
+// does not pull the minimum down to 0.
+TEST(TemperatureHistory, AGpuWithoutATemperatureIsNotSampled) {
+    const std::string path = fakes::TempPath("gpu-temperature-na") + ".xml";
+    GpuSensorArray a = Temps({45.0f, 0.0f, 60.0f});
+    a[1].has_temperature.store(false);
+    {
+        TemperatureLog log("GPU", path);
+        TemperatureHistory h;
+        EXPECT_TRUE(h.Sample(&a, 0, 500, &log, 640, 360, 0));
+        EXPECT_EQ(h.sampledGpus(), (std::vector<int>{0, 2}));
+        EXPECT_TRUE(h.history(1).empty());
+        EXPECT_FLOAT_EQ(h.minimum(1), 1000.0f);
+        EXPECT_EQ(h.history(2).size(), 1u);
+        // The interface appears later (a bridge took over): sampled from then on.
+        a[1].has_temperature.store(true);
+        a[1].temperature.store(51.0f);
+        EXPECT_TRUE(h.Sample(&a, 600, 500, &log, 640, 360, 0));
+        EXPECT_EQ(h.sampledGpus(), (std::vector<int>{0, 1, 2}));
+    }
+    const std::string text = fakes::ReadTextFile(path);
+    EXPECT_EQ(text.find("gpu=\"1\" celcius=\"0.00\""), std::string::npos) << text;
+    EXPECT_NE(text.find(TemperatureLog::AppLine(1, 51.0f, 0.6f, 640, 360, 0)), std::string::npos) << text;
 }
 
 TEST(TemperatureHistory, NoSnapshotNoSamples) {
     TemperatureHistory h;
-    EXPECT_FALSE(h.Sample(nullptr, 0, 0, 1000));
+    EXPECT_FALSE(h.Sample(nullptr, 0, 1000));
     GpuSensorArray empty(0);
-    EXPECT_FALSE(h.Sample(&empty, 0, 0, 1000));
+    EXPECT_FALSE(h.Sample(&empty, 0, 1000));
     EXPECT_EQ(h.gpuCount(), 0);
 }
 
@@ -121,8 +178,9 @@ TEST(TemperatureHistory, EachSampleGoesToTheLogOneLinePerGpu) {
     {
         TemperatureLog log("GPU", path);
         TemperatureHistory h;
-        h.Sample(&a, 0, 2000, 500, &log, 1920, 1080, 8);
-        h.Sample(&a, 100, 2100, 500, &log, 1920, 1080, 8);  // not due
+        h.StartClock(0);
+        h.Sample(&a, 2000, 500, &log, 1920, 1080, 8);
+        h.Sample(&a, 2100, 500, &log, 1920, 1080, 8);  // not due
     }
     EXPECT_EQ(fakes::ReadTextFile(path), TemperatureLog::Header("GPU") + TemperatureLog::AppLine(0, 45.0f, 2.0f, 1920, 1080, 8) +
                                              NL + TemperatureLog::AppLine(1, 60.0f, 2.0f, 1920, 1080, 8) + NL +

@@ -25,6 +25,11 @@ public:
     // top of the view, the line's top at y) and u, v; 4 floats per vertex.
     // Returns the advance width of the line.
     float Layout(const std::string& text, float x, float y, std::vector<float>* vertices) const;
+    // Distance from a line's top to its baseline, in pixels.
+    float ascent() const { return ascent_; }
+    // The top y at which a line must be laid out for its baseline to sit at
+    // `baselineY` (text placed "just above" a point sits on it).
+    int TopForBaseline(int baselineY) const { return baselineY - static_cast<int>(ascent_ + 0.5f); }
 
 private:
     struct Glyph {

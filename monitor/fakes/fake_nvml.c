@@ -8,7 +8,7 @@
  *   init=fail                    nvmlInit_v2 fails
  *   fail=nvmlDeviceGetFanSpeed,nvmlDeviceGetPowerUsage   calls that fail on every GPU
  *   gpuN.fail=...                calls that fail on GPU N only
- *   gpuN.name, gpuN.device (hex), gpuN.subvendor, gpuN.subdevice (hex),
+ *   gpuN.name, gpuN.device, gpuN.subvendor, gpuN.subdevice (hex, "0x" optional),
  *   gpuN.bus ("00000000:01:00.0"), gpuN.temp, gpuN.temp_step (added at each
  *   temperature read: rising temperatures), gpuN.slowdown, gpuN.util,
  *   gpuN.memutil, gpuN.mem_total_mb, gpuN.mem_used_mb, gpuN.fan, gpuN.clock,
@@ -106,10 +106,13 @@ static void Apply(const char* key, const char* value) {
         struct FakeGpu* g = &S.gpu[key[3] - '0'];
         const char* k = key + 5;
         long v = strtol(value, NULL, 0);
+        /* PCI ids are hex with or without "0x", as lists of ids write them:
+         * "2684" is 0x2684, never decimal 2684. */
+        unsigned id = (unsigned)strtoul(value, NULL, 16);
         if (!strcmp(k, "name")) snprintf(g->name, sizeof g->name, "%s", value);
-        else if (!strcmp(k, "device")) g->device = (unsigned)v;
-        else if (!strcmp(k, "subvendor")) g->subvendor = (unsigned)v;
-        else if (!strcmp(k, "subdevice")) g->subdevice = (unsigned)v;
+        else if (!strcmp(k, "device")) g->device = id;
+        else if (!strcmp(k, "subvendor")) g->subvendor = id;
+        else if (!strcmp(k, "subdevice")) g->subdevice = id;
         else if (!strcmp(k, "bus")) snprintf(g->bus, sizeof g->bus, "%s", value);
         else if (!strcmp(k, "temp")) g->temp = v;
         else if (!strcmp(k, "temp_step")) g->temp_step = v;

@@ -124,6 +124,15 @@ void FakeSysfs::FillI915(int card, int celsius, int mhz) {
     WriteHwmon(card, "power1_max", "190000000\n");
 }
 
+void FakeSysfs::FillNvidiaHwmon(int card, int celsius) {
+    WriteHwmon(card, "name", "nouveau\n");
+    WriteHwmon(card, "temp1_input", std::to_string(celsius * 1000) + "\n");
+    WriteHwmon(card, "temp1_crit", "105000\n");
+    WriteHwmon(card, "fan1_input", "1320\n");
+    WriteHwmon(card, "power1_input", "95000000\n");
+    WriteHwmon(card, "power1_cap", "190000000\n");
+}
+
 }  // namespace fakes
 
 namespace fakes {

@@ -39,6 +39,10 @@ public:
     // An Intel i915 device: a temperature where hwmon has one, the actual
     // GT clock, voltage, energy counter and power limit.
     void FillI915(int card, int celsius, int mhz);
+    // An NVIDIA board under a driver that offers hwmon but no vendor library
+    // (nouveau, or the open kernel module without its user-space library):
+    // temperature with its critical point, fan, power draw against its cap.
+    void FillNvidiaHwmon(int card, int celsius);
 
 private:
     std::string root_;

@@ -4,12 +4,17 @@ display devices under class/drm with their PCI identity, driver, amdgpu
 counters and hwmon sensors. The program reads it when started with
 ARDENTIUM_SYSFS_ROOT=<root>.
 
-    make_fake_sysfs.py ROOT [--gpus N] [--nvidia-slot BUS] [--animate SECONDS]
+    make_fake_sysfs.py ROOT [--gpus N] [--nvidia-slot BUS] [--nouveau-slot BUS]
+                            [--animate SECONDS]
 
     --gpus N          amdgpu boards (default 2): a Radeon RX 6950 XT of the
                       maker (subsystem 1F96:0401) and RX 6800-class boards
     --nvidia-slot BUS also list an NVIDIA RTX 4090 at that PCI slot
-                      ("0000:41:00.0"), for pairing with the fake NVML
+                      ("0000:41:00.0"), for pairing with the fake NVML;
+                      without it the board has no sensor interface at all
+    --nouveau-slot BUS  also list an NVIDIA RTX 3060 under a driver with
+                      hwmon sensors but no vendor library (temperature 57,
+                      fan, power draw against its cap)
     --animate SECONDS keep running that long, raising every board's
                       temperature by one degree a second (rising
                       temperatures for the temperature log and graphs)
@@ -74,6 +79,7 @@ def main():
     ap.add_argument("root")
     ap.add_argument("--gpus", type=int, default=2)
     ap.add_argument("--nvidia-slot")
+    ap.add_argument("--nouveau-slot")
     ap.add_argument("--animate", type=float, default=0)
     a = ap.parse_args()
     if not 0 <= a.gpus <= 8:
@@ -85,8 +91,19 @@ def main():
         else:
             dev = card(a.root, i, 0x1002, 0x73BF, 0x1002, 0x0E3A, 0xC1, "amdgpu", f"0000:{3 + i:02x}:00.0", False)
         hwmons.append((amdgpu(a.root, dev, f"hwmon{i + 2}", 50 + 2 * i, 80 + i), 50 + 2 * i))
+    n = a.gpus
+    if a.nouveau_slot:
+        dev = card(a.root, n, 0x10DE, 0x2503, 0x10DE, 0x1532, 0xA1, "nouveau", a.nouveau_slot, n == 0)
+        h = f"{dev}/hwmon/hwmon{n + 2}"
+        write(a.root, f"{h}/name", "nouveau\n")
+        write(a.root, f"{h}/temp1_input", "57000\n")
+        write(a.root, f"{h}/temp1_crit", "105000\n")
+        write(a.root, f"{h}/fan1_input", "1320\n")
+        write(a.root, f"{h}/power1_input", "85000000\n")
+        write(a.root, f"{h}/power1_cap", "170000000\n")
+        n += 1
     if a.nvidia_slot:
-        card(a.root, a.gpus, 0x10DE, 0x2684, 0x10DE, 0x167C, 0xA1, "nvidia", a.nvidia_slot, a.gpus == 0)
+        card(a.root, n, 0x10DE, 0x2684, 0x10DE, 0x167C, 0xA1, "nvidia", a.nvidia_slot, n == 0)
     end = time.monotonic() + a.animate
     while time.monotonic() < end:
         time.sleep(1)

@@ -91,7 +91,9 @@ void FurDemoBase::SampleTemperatures() {
     const monitor::GpuSensorArray* sensors = monitor::SensorArray();
     const unsigned period = monitor::MonitorPeriodMs();
     if (!sensors || period == 0) return;
-    if (!history_.Sample(sensors, platform::TickCountMs(), RunStats.elapsed_ms, period)) return;
+    // The log's seconds count from the test's start on a clock of their own:
+    // the run statistics' elapsed time restarts when a benchmark's warm-up ends.
+    if (!history_.Sample(sensors, platform::TickCountMs(), period)) return;
     const int gpus = history_.gpuCount();
     if (gpus > 0 && !history_.history(0).empty()) {
         RunFacts.tempStart = history_.history(0).front().celsius;
@@ -103,7 +105,7 @@ void FurDemoBase::SampleTemperatures() {
         std::string name = monitor::SensorGpuCount() > 0 ? sensors->Snapshot(0).name : std::string();
         temperatureLog_ = std::make_unique<monitor::TemperatureLog>(name.c_str());
     }
-    for (int i = 0; i < gpus; ++i) {
+    for (int i : history_.sampledGpus()) {
         const monitor::TemperatureSample& last = history_.history(i).back();
         temperatureLog_->WriteFurLine(i, last.celsius, last.seconds);
     }
@@ -149,7 +151,7 @@ std::vector<FurDemoBase::GraphDraw> FurDemoBase::GraphDraws(const HudFrame& hud,
             d.minimumMark = {px(g.left), py(g.minimumMarkY), px(g.right), py(g.minimumMarkY)};
         }
         d.labelX = static_cast<int>(g.labelX);
-        d.labelY = height - static_cast<int>(g.labelY);
+        d.labelBaselineY = height - static_cast<int>(g.labelY);
         d.labelColor = Color4{g.labelColor[0], g.labelColor[1], g.labelColor[2], g.labelColor[3]};
         d.label = g.label;
         draws.push_back(std::move(d));

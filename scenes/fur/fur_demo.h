@@ -52,7 +52,7 @@ public:
         float frameColor[4];
         float lineColor[4];
         bool drawLine = false;
-        int labelX = 0, labelY = 0;
+        int labelX = 0, labelBaselineY = 0;  // top-down; the text's baseline, not its top
         Color4 labelColor;
         std::string label;
     };

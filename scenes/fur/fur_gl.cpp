@@ -593,7 +593,9 @@ void cLm4DDemo_GL::DrawTemperatureGraphs(const HudFrame& hud) {
             DrawLines(g.line, gl::LINE_STRIP, g.lineColor);
             DrawLines(g.minimumMark, gl::LINES, g.frameColor);
         }
-        DrawText(g.labelX, g.labelY, g.labelColor, g.label.c_str());
+        // The label sits on its baseline just above the last point; the
+        // text call places a line's top.
+        DrawText(g.labelX, font_.TopForBaseline(g.labelBaselineY), g.labelColor, g.label.c_str());
     }
 }
 

@@ -335,7 +335,9 @@ void FurPainter::DrawTemperatureGraphs(const HudFrame& hud) {
             DrawLines(g.line, PaintPrimitive::kLineStrip, g.lineColor);
             DrawLines(g.minimumMark, PaintPrimitive::kLines, g.frameColor);
         }
-        DrawText(g.labelX, g.labelY, g.labelColor, g.label.c_str());
+        // The label sits on its baseline just above the last point; the
+        // text call places a line's top.
+        DrawText(g.labelX, font_.TopForBaseline(g.labelBaselineY), g.labelColor, g.label.c_str());
     }
 }
 

@@ -9,6 +9,8 @@ bool CurrentGpuReadings(std::vector<GpuReading>* out) {
         monitor::GpuSensorSnapshot s;
         if (!monitor::ReadGpuSensors(i, &s)) continue;
         GpuReading r;
+        r.hasLoad = s.has_load;
+        r.hasTemperature = s.has_temperature;
         r.load = s.load;
         r.temperature = s.temperature;
         r.name = s.name;

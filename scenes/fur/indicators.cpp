@@ -27,8 +27,13 @@ void AddBars(const HudInput& in, const MeterLayout& m, bool temperature, HudFram
     for (size_t i = 0; i < in.gpus.size(); ++i) {
         const int x = m.x + static_cast<int>(i) * m.barStep;
         out->bars.push_back({x, m.y, 24, m.height, kBarBackground});
+        if (!(temperature ? in.gpus[i].hasTemperature : in.gpus[i].hasLoad)) continue;
         const float value = temperature ? in.gpus[i].temperature : in.gpus[i].load;
-        const int fill = static_cast<int>(value * m.height * (temperature ? 0.009f : 0.01f));
+        int fill = static_cast<int>(value * m.height * (temperature ? 0.009f : 0.01f));
+        // Above about 111 degrees (or a load over 100 %) the fill would run
+        // out of its bar over the labels: the drawing stops at the top, the
+        // label still prints the value.
+        if (fill > m.height) fill = m.height;
         if (fill > 0) out->bars.push_back({x + 2, m.y + m.height - fill, 20, fill, temperature ? kTempFill : kLoadFill});
     }
 }
@@ -38,8 +43,10 @@ void AddLabels(const HudInput& in, const MeterLayout& m, bool temperature, HudFr
     for (size_t i = 0; i < in.gpus.size(); ++i) {
         const int step = static_cast<int>(i) * m.labelStep;
         // The degree sign is the Latin-1 byte, as the HUD font maps it.
-        std::string value = temperature ? StrFormat("%d\xB0" "C", static_cast<int>(in.gpus[i].temperature))
-                                        : StrFormat("%d%%", static_cast<int>(in.gpus[i].load));
+        const bool known = temperature ? in.gpus[i].hasTemperature : in.gpus[i].hasLoad;
+        std::string value = !known      ? std::string("n.a.")
+                            : temperature ? StrFormat("%d\xB0" "C", static_cast<int>(in.gpus[i].temperature))
+                                          : StrFormat("%d%%", static_cast<int>(in.gpus[i].load));
         out->labels.push_back({m.x + 2 + step, m.y - 20, kWhite, value});
         out->labels.push_back({m.x - 2 + step, m.height + 5 + m.y, kWhite, StrFormat("GPU%d", static_cast<int>(i))});
     }

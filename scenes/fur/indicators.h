@@ -12,6 +12,9 @@
 
 // What the HUD reads of one GPU in the sensor snapshot.
 struct GpuReading {
+    // Whether an interface supplies the load and the temperature; a reading
+    // none supplies is shown as "n.a." with an empty bar, never as 0.
+    bool hasLoad = false, hasTemperature = false;
     float load = 0.0f;         // percent
     float temperature = 0.0f;  // degrees Celsius
     std::string name;

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 namespace {
 
 HudInput Base() {
@@ -13,9 +16,11 @@ HudInput Base() {
     in.loadMeter = GraphDescriptor{true, 10, 150, 120, 0.5f, 40};
     in.thermometer = GraphDescriptor{true, 150, 150, 120, 0.5f, 40};
     GpuReading a;
+    a.hasLoad = a.hasTemperature = true;
     a.load = 100;
     a.temperature = 50;
     GpuReading b;
+    b.hasLoad = b.hasTemperature = true;
     b.load = 0;
     b.temperature = 111.2f;
     in.gpus = {a, b};
@@ -41,8 +46,44 @@ TEST(Indicators, BarsFillByLoadAndTemperature) {
     EXPECT_TRUE(Same(f.bars[1].color, Color4{0, 0.9f, 0, 0.5f}));
     EXPECT_EQ(f.bars[4].h, static_cast<int>(50 * H * 0.009f));
     EXPECT_EQ(f.bars[4].y + f.bars[4].h, 150 + H);  // bottoms line up
-    EXPECT_EQ(f.bars[6].h, static_cast<int>(111.2f * H * 0.009f));
+    EXPECT_EQ(f.bars[6].h, H);  // 111.2 degrees: full, and not one pixel past the top
+    EXPECT_EQ(f.bars[6].y, 150);
     EXPECT_TRUE(Same(f.bars[6].color, Color4{1, 0, 0, 0.5f}));
+}
+
+// A scorching reading is drawn to the top of its bar and no further; its
+// label still tells the real value.
+TEST(Indicators, HotGpusFillTheirBarWithoutRunningOver) {
+    HudInput in = Base();
+    in.gpus[0].temperature = 150.0f;
+    in.gpus[1].load = 130.0f;  // a misreporting interface
+    HudFrame f = BuildHud(in);
+    for (const HudRect& r : f.bars) {
+        EXPECT_GE(r.y, 150) << r.x;
+        EXPECT_LE(r.y + r.h, 150 + 360) << r.x;
+    }
+    bool found = false;
+    for (const HudText& t : f.labels) found = found || t.text == "150\xB0" "C";
+    EXPECT_TRUE(found);
+}
+
+// A GPU that no interface reads shows "n.a." and an empty bar, not a
+// measured 0.
+TEST(Indicators, ReadingsNoInterfaceSuppliesShowNa) {
+    HudInput in = Base();
+    GpuReading none;
+    none.name = "PCI display device 1234:5678";
+    in.gpus.push_back(none);
+    in.gpus[1].hasTemperature = false;  // load known, temperature not
+    in.gpus[1].temperature = 0.0f;
+    HudFrame f = BuildHud(in);
+    // Backgrounds for all three GPUs in both meters; fills only for known readings
+    // (GPU0 load 100, GPU0 temperature 50; GPU1's load is a real 0).
+    ASSERT_EQ(f.bars.size(), 3u + 1u + 3u + 1u);
+    std::vector<std::string> values;
+    for (const HudText& t : f.labels)
+        if (t.y == 150 - 20) values.push_back(t.text);
+    EXPECT_EQ(values, (std::vector<std::string>{"100%", "0%", "n.a.", "50\xB0" "C", "n.a.", "n.a."}));
 }
 
 TEST(Indicators, LabelsKeepTheirOwnSteps) {
