@@ -1,5 +1,7 @@
 #include "runner/text_block.h"
 
+#include <algorithm>
+
 #include "core/settings.h"
 #include "platform/compiler.h"
 #include "platform/str_format.h"
@@ -39,6 +41,9 @@ std::vector<TextLine> BuildTextBlock(const TextBlockInput& in) {
                 progress = 100.0 * in.elapsedMs / in.maxTime;
             else if (!in.timeBased && in.maxFrames > 0)
                 progress = 100.0 * in.frames / in.maxFrames;
+            // The frame that crosses the limit is still drawn; a slow one
+            // would otherwise show more than the whole run.
+            progress = std::min(progress, 100.0);
             lines.push_back({in.clientWidth / 2 - 10, 10, kWhite, StrFormat("%d %%", static_cast<int>(progress))});
         }
         return lines;

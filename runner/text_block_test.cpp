@@ -52,6 +52,8 @@ TEST(TextBlock, BenchmarkWarmUpAndMeasuring) {
     in.timeBased = false;
     in.maxFrames = 3000;
     EXPECT_EQ(BuildTextBlock(in).back().text, "30 %");
+    in.frames = 3100;  // the frame that crossed the limit is still drawn
+    EXPECT_EQ(BuildTextBlock(in).back().text, "100 %");
     in.maxFrames = 0;  // no limit: nothing to divide by
     EXPECT_EQ(BuildTextBlock(in).back().text, "0 %");
 }
