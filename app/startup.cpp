@@ -14,6 +14,9 @@
 #include "runner/catalogue.h"
 #include "runner/run3d.h"
 #include "scenes/fur/fur_factory.h"
+#if ARD_HAVE_LAUNCHER
+#include "launcher/launcher.h"
+#endif
 
 
 
@@ -59,20 +62,25 @@ void TellCouldNotStart(const std::string& text) {
     NoteCouldNotStart(text);
 }
 
+Run3DServices RunServices() {
+    Run3DServices services;
+    services.createDemo = CreateFurDemo;
+    services.firstGpuTemperature = [](double* celsius) {
+        if (!monitor::GpuTemperatureSourcePresent()) return false;
+        *celsius = monitor::FirstGpuTemperature();
+        return true;
+    };
+    services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
+    services.runEnded = ReportRunEnded;
+    return services;
+}
+
 void StartDirectly() {
     const int test = StartupOptions.test3d;
     // Without a display there is nothing to open a window on.
     const bool headless = gRunExtras.headless || !platform::HasDisplay();
     if (StartsThrough3DWindow(test)) {
-        Run3DServices services;
-        services.createDemo = CreateFurDemo;
-        services.firstGpuTemperature = [](double* celsius) {
-            if (!monitor::GpuTemperatureSourcePresent()) return false;
-            *celsius = monitor::FirstGpuTemperature();
-            return true;
-        };
-        services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
-        services.runEnded = ReportRunEnded;
+        Run3DServices services = RunServices();
         BeginRunReport();
         if (!Start3DRun(headless ? DisplayKind::Headless : DisplayKind::Window, services)) {
             TellCouldNotStart("The 3D window could not be created: no test was started.");
@@ -94,6 +102,54 @@ void StartDirectly() {
     }
     Run3DMessageLoop();
 }
+
+#if ARD_HAVE_LAUNCHER
+// The tests whose objects this build has: the fur test through OpenGL 2 and
+// 3 everywhere, and through Direct3D in the Windows build.
+bool BuildCanRun(int test3d, int api3d) {
+    DemoChoice choice;
+    if (!ChooseDemo(test3d, api3d, &choice) || choice.amarkMode) return false;
+    switch (choice.demoClass) {
+        case DemoClass::OpenGL2:
+        case DemoClass::OpenGL3: return true;
+#if defined(_WIN32)
+        case DemoClass::D3D9:
+        case DemoClass::D3D10:
+        case DemoClass::D3D11: return true;
+#endif
+        default: return false;
+    }
+}
+
+// One run started from the launcher: the settings the launcher edited go to
+// the runner, and the run's window is served until it closes.
+bool RunFromLauncher() {
+    CopyRunParameters(StartupOptions, RunParameters);
+    BeginRunReport();
+    if (!Start3DRun(gRunExtras.headless ? DisplayKind::Headless : DisplayKind::Window, RunServices())) {
+        gEventLog.Write("The 3D window could not be created: no test was started.");
+        return false;
+    }
+    Run3DMessageLoop();
+    return true;
+}
+
+void ShowLauncher() {
+    // The launcher needs a display; a script without one is told how to run
+    // a test directly.
+    if (!platform::HasDisplay()) {
+        TellCouldNotStart("The launcher needs a display and there is none: start a test with /display_gui=0 /test3d=ID.");
+        return;
+    }
+    LauncherHooks hooks;
+    hooks.run = RunFromLauncher;
+    hooks.available = BuildCanRun;
+    hooks.resultsContext = CollectResultsContext;
+    std::string error;
+    if (!RunLauncher(hooks, &error))
+        TellCouldNotStart("The launcher could not open (" + error + "): start a test with /display_gui=0 /test3d=ID.");
+}
+#endif
 
 }  // namespace
 
@@ -194,7 +250,11 @@ int ArdentiumMain(const char* commandLine) {
     CopyRunParameters(StartupOptions, RunParameters);
 
     if (StartupOptions.display_gui) {
+#if ARD_HAVE_LAUNCHER
+        ShowLauncher();
+#else
         TellCouldNotStart("Launcher not available in this build: start a test with /display_gui=0 /test3d=ID.");
+#endif
     } else {
         StartDirectly();
     }

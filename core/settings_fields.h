@@ -269,12 +269,15 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     R(Float2,   reserved_benchmark_floats, (std::array<float, 2>{0.5f, 0.5f})) \
     R(int16_t,  reserved_benchmark_short, 0) \
     F(int32_t,  fractal_flame_particles, 2000000,     AnyValue,         NoFile,                      Scratch(40, "/fractal_flame_particles", kReset), Help("N", "particle count of the fractal flame test")) \
-    F(std::string, submit_score_user_email, "",       AnyValue,         File(33, 33),                NoSwitch,                                NoHelp)
+    F(std::string, submit_score_user_email, "",       AnyValue,         File(33, 33),                NoSwitch,                                NoHelp) \
+    F(std::string, score_submit_url,  "",             AnyValue,         File(34, 34),                NoSwitch,                                NoHelp) \
+    F(int32_t,  launcher_test3d,      2003,           AnyValue,         File(35, 35),                NoSwitch,                                NoHelp)
 
 // Switches that are not settings: where and how a run is shown and recorded.
 #define ARD_RUN_EXTRAS(X) \
     X(bool,        headless,        "/headless",        false, Help("", "draw offscreen, without a window (automatic on Linux without a display); Ctrl+C or SIGTERM ends the run")) \
     X(std::string, screenshotPath,  "/screenshot=",     "",    Help("PATH", "save the run's last frame as a PNG image")) \
     X(float,       animationTime,   "/animation_time=", -1.0f, Help("SECONDS", "hold the scene's animation at that time (same picture on every API and card)")) \
-    X(std::string, resultsJsonPath, "/results_json=",   "",    Help("PATH", "write the run's result (frames, FPS, frame times, sensors, errors) as JSON to PATH"))
+    X(std::string, resultsJsonPath, "/results_json=",   "",    Help("PATH", "write the run's result (frames, FPS, frame times, sensors, errors) as JSON to PATH")) \
+    X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)"))
 // clang-format on

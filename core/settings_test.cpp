@@ -191,7 +191,10 @@ TEST(Settings, PrintedInDeclarationOrder) {
     ASSERT_GE(names.size(), 40u);
     EXPECT_EQ(names.front(), "test3d");
     EXPECT_EQ(names[1], "api3d");
-    EXPECT_EQ(names.back(), "submit_score_user_email");
+    // The launcher's attributes follow the original ones.
+    EXPECT_EQ(names[names.size() - 3], "submit_score_user_email");
+    EXPECT_EQ(names[names.size() - 2], "score_submit_url");
+    EXPECT_EQ(names.back(), "launcher_test3d");
     for (const std::string& n : names) EXPECT_EQ(n.find("reserved"), std::string::npos) << n;
     // Each switch in the usage text is one the parser knows, or a diagnostic.
     EXPECT_NE(UsageText().find("/print_settings"), std::string::npos);
@@ -200,7 +203,7 @@ TEST(Settings, PrintedInDeclarationOrder) {
 TEST(Settings, PrintSwitchDoesNotCollide) {
     // The diagnostic switch must neither contain nor be contained in a real one.
     std::vector<std::string> switches = KnownSwitches();
-    EXPECT_EQ(switches.size(), 40u + 4u + 1u);  // settings, run extras, /print_settings
+    EXPECT_EQ(switches.size(), 40u + 5u + 1u);  // settings, run extras, /print_settings
     std::string p = kPrintSettingsSwitch;
     for (const std::string& s : switches) {
         if (s == p) continue;

@@ -1,0 +1,207 @@
+"""The launcher and the score dialog, driven the way a user drives them: a
+virtual display, mouse clicks and keys through xdotool. Where to click comes
+from the launcher's widget-state file (/launcher_state=), which also says what
+the launcher shows; screenshots of every tab are kept for a person to look at."""
+import http.server
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import threading
+import time
+import unittest
+
+from ardtest import E2ETest, read_png, start_xvfb
+
+SHOTS = os.environ.get("ARDENTIUM_SHOTS", "")
+
+SETTINGS = ('<?xml version="1.0"?>\n<ardentium>\n\t<settings width="320" height="240" enable_amark_music="0"'
+            ' display_score="1" max_time="60000" launcher_test3d="2003" %s/>\n</ardentium>\n')
+
+
+def read_state(path):
+    state = {}
+    try:
+        with open(path, encoding="utf-8", errors="replace") as f:
+            for line in f:
+                key, _, value = line.rstrip("\n").partition("=")
+                state[key] = value
+    except FileNotFoundError:
+        pass
+    return state
+
+
+class Recorder(http.server.BaseHTTPRequestHandler):
+    """A score server on the loopback address: keeps what it is sent and
+    answers with the status the test sets."""
+    status = 200
+    received = []
+
+    def do_POST(self):
+        length = int(self.headers.get("Content-Length", "0"))
+        body = self.rfile.read(length).decode("utf-8")
+        type(self).received.append((self.path, self.headers.get("Content-Type"), body))
+        self.send_response(type(self).status)
+        self.send_header("Content-Type", "text/plain")
+        self.end_headers()
+        self.wfile.write(b"accepted" if type(self).status == 200 else b"database is down")
+
+    def log_message(self, *args):
+        pass
+
+
+@unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xdotool"), "needs Xvfb and xdotool")
+class LauncherTest(E2ETest):
+    def launcher(self, inst, display, *args):
+        self.state_path = os.path.join(inst.root, "launcher-state.txt")
+        if os.path.exists(self.state_path):
+            os.remove(self.state_path)
+        proc = inst.start("/launcher_state=" + self.state_path, *args, env={"DISPLAY": display})
+        self.addCleanup(lambda: proc.poll() is None and proc.kill())
+        self.display = display
+        self.wait_state(inst, proc, lambda s: s.get("tab") == "tests", "the tests tab")
+        self.wid, _ = self.wait_title(display, inst, proc, r"^VXA Ardentium$")
+        return proc
+
+    def wait_state(self, inst, proc, predicate, what, timeout=E2ETest.WAIT):
+        deadline = time.time() + timeout
+        while True:
+            state = read_state(self.state_path)
+            if state and predicate(state):
+                return state
+            if proc.poll() is not None:
+                self.fail_run(inst, proc, "the launcher ended before it showed %s; state: %r" % (what, state))
+            if time.time() > deadline:
+                self.fail_run(inst, proc, "the launcher did not show %s within %d s; state: %r" % (what, timeout, state))
+            time.sleep(0.2)
+
+    def xdo(self, *args):
+        subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display), check=True, timeout=30)
+
+    def click(self, inst, proc, widget, field=False):
+        """Clicks the middle of a widget; a field's rectangle also holds its
+        label and step buttons, so a field is clicked near its left end."""
+        state = self.wait_state(inst, proc, lambda s: "widget." + widget in s, "the widget " + widget)
+        x, y, w, h = (int(v) for v in state["widget." + widget].split(","))
+        self.xdo("mousemove", "--window", self.wid, str(x + (8 if field else w // 2)), str(y + h // 2))
+        # A press and release apart, as a hand does: the GUI sees both frames.
+        self.xdo("mousedown", "1")
+        time.sleep(0.15)
+        self.xdo("mouseup", "1")
+
+    def type_into(self, inst, proc, widget, text):
+        # Keys go where the pointer is (no window manager gives focus).
+        self.click(inst, proc, widget, field=True)
+        time.sleep(0.3)
+        self.xdo("key", "ctrl+a")
+        self.xdo("type", "--delay", "60", text)
+        self.xdo("key", "Return")
+
+    def screenshot(self, inst, proc, name):
+        """The launcher's own picture of what it shows; kept in
+        ARDENTIUM_SHOTS when that names a folder."""
+        target = os.path.join(inst.root, name + ".png")
+        with open(self.state_path + ".shot.tmp", "w") as f:
+            f.write(target)
+        os.replace(self.state_path + ".shot.tmp", self.state_path + ".shot")
+        deadline = time.time() + 60
+        while os.path.exists(self.state_path + ".shot") and time.time() < deadline:
+            time.sleep(0.2)
+        self.assertTrue(os.path.exists(target), "no screenshot " + name)
+        w, h, rows = read_png(target)
+        # Something is drawn: more than the background colour.
+        self.assertGreater(len({px for row in rows[::8] for px in row[::8]}), 3, name)
+        if SHOTS:
+            os.makedirs(SHOTS, exist_ok=True)
+            shutil.copy2(target, os.path.join(SHOTS, name + ".png"))
+        return w, h
+
+    def settings_attributes(self, inst):
+        with open(inst.path("startup_options.xml"), encoding="latin-1") as f:
+            return dict(re.findall(r'(\w+)="([^"]*)"', f.read()))
+
+    def test_choose_run_come_back_and_remember(self):
+        display = start_xvfb(self)
+        inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write(SETTINGS % "")
+        proc = self.launcher(inst, display)
+        self.screenshot(inst, proc, "launcher-tests")
+
+        # The OpenGL 3 fur test, then a three-second limit on the settings tab.
+        self.click(inst, proc, "test.2102")
+        state = self.wait_state(inst, proc, lambda s: s["test3d"] == "2102", "the chosen test")
+        self.assertEqual(state["test_name"], "Furry VXA GL3")
+        self.assertEqual(state["api3d"], "3")
+        self.click(inst, proc, "tab.settings")
+        self.wait_state(inst, proc, lambda s: s["tab"] == "settings", "the settings tab")
+        self.type_into(inst, proc, "max_time", "3000")
+        self.wait_state(inst, proc, lambda s: s["max_time"] == "3000", "the new time limit")
+        self.screenshot(inst, proc, "launcher-settings")
+        for tab in ("gpu", "scores", "about"):
+            self.click(inst, proc, "tab." + tab)
+            self.wait_state(inst, proc, lambda s: s["tab"] == tab, "the %s tab" % tab)
+            self.screenshot(inst, proc, "launcher-" + tab)
+
+        # Start: the launcher hides, the run ends by itself, the launcher
+        # comes back with the score dialog.
+        self.click(inst, proc, "start")
+        self.wait_title(display, inst, proc, r"^Ardentium|.*Furry VXA GL3", timeout=120)
+        state = self.wait_state(inst, proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run",
+                                timeout=180)
+        self.assertEqual(state["error"], "")
+        self.assertEqual(state["score_dialog"], "1")
+        self.assertEqual(state["score.Test"], "Furry VXA GL3")
+        self.assertEqual(state["score.API"], "OpenGL 3")
+        self.assertEqual(state["score.Resolution"], "320x240 windowed")
+        frames = int(state["score.Frames"])
+        self.assertGreater(frames, 0)
+        self.assertEqual(state["score.Score"], str(frames))  # a fur benchmark scores its frames
+        self.assertRegex(state["score.FPS min/avg/max"], r"^\d+ / \d+ / \d+$")
+        self.assertEqual(state["label.score.submit"], "Submit score: set the submission address in Settings")
+        msgs = inst.messages_so_far()
+        self.assertIn("Launcher: starting Furry VXA GL3 (OpenGL 3).", msgs)
+        self.screenshot(inst, proc, "score-dialog")
+
+        self.click(inst, proc, "score.save_json")
+        state = self.wait_state(inst, proc, lambda s: s.get("score.save", "").startswith("Saved to"), "the saved JSON")
+        with open(inst.path("Ardentium_Score.json")) as f:
+            saved = json.load(f)
+        self.assertEqual(saved["frames"], frames)
+        self.click(inst, proc, "score.save_csv")
+        self.wait_state(inst, proc, lambda s: s.get("score.save", "").endswith(".csv"), "the saved CSV")
+        with open(inst.path("Ardentium_Score.csv")) as f:
+            header, row = f.read().splitlines()
+        self.assertEqual(dict(zip(header.split(","), row.split(",")))["frames"], str(frames))
+        self.click(inst, proc, "score.close")
+        self.wait_state(inst, proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
+
+        self.click(inst, proc, "quit")
+        self.assertEqual(self.wait_exit(inst, proc), 0)
+        attrs = self.settings_attributes(inst)
+        self.assertEqual(attrs["launcher_test3d"], "2102")
+        self.assertEqual(attrs["api3d"], "3")
+        self.assertEqual(attrs["max_time"], "3000")
+        self.assertEqual(attrs["width"], "320")
+
+        # The next start shows the same choice.
+        proc = self.launcher(inst, display)
+        state = read_state(self.state_path)
+        self.assertEqual((state["test3d"], state["test_name"], state["max_time"]), ("2102", "Furry VXA GL3", "3000"))
+        proc.send_signal(signal.SIGTERM)
+        self.assertEqual(self.wait_exit(inst, proc), 0)
+        self.assertIn("Launcher closed.", inst.messages())
+
+    def test_no_display_names_the_direct_start(self):
+        inst = self.install()
+        r = inst.run("/display_gui=1", timeout=60)
+        self.assertEqual(r.returncode, 2)  # could not start
+        self.assertIn("/display_gui=0", r.stderr)
+        self.assertTrue(any("/display_gui=0" in m for m in inst.messages()))
+        self.assertFalse(os.path.exists(inst.path("startup_options.xml")))
+
+
+if __name__ == "__main__":
+    unittest.main()
