@@ -35,14 +35,16 @@ def read_state(path):
 
 class Recorder(http.server.BaseHTTPRequestHandler):
     """A score server on the loopback address: keeps what it is sent and
-    answers with the status the test sets."""
+    answers, after the delay the test sets, with the status it sets."""
     status = 200
+    delay = 0.0
     received = []
 
     def do_POST(self):
         length = int(self.headers.get("Content-Length", "0"))
         body = self.rfile.read(length).decode("utf-8")
         type(self).received.append((self.path, self.headers.get("Content-Type"), body))
+        time.sleep(type(self).delay)
         self.send_response(type(self).status)
         self.send_header("Content-Type", "text/plain")
         self.end_headers()
@@ -83,8 +85,17 @@ class LauncherTest(E2ETest):
     def click(self, inst, proc, widget, field=False):
         """Clicks the middle of a widget; a field's rectangle also holds its
         label and step buttons, so a field is clicked near its left end."""
-        state = self.wait_state(inst, proc, lambda s: "widget." + widget in s, "the widget " + widget)
-        x, y, w, h = (int(v) for v in state["widget." + widget].split(","))
+        # A window that has just appeared may still be settling: the same
+        # place twice in a row.
+        key = "widget." + widget
+        seen = None
+        while True:
+            state = self.wait_state(inst, proc, lambda s: key in s, "the widget " + widget)
+            if state[key] == seen:
+                break
+            seen = state[key]
+            time.sleep(0.3)
+        x, y, w, h = (int(v) for v in seen.split(","))
         self.xdo("mousemove", "--window", self.wid, str(x + (8 if field else w // 2)), str(y + h // 2))
         # A press and release apart, as a hand does: the GUI sees both frames.
         self.xdo("mousedown", "1")
@@ -175,6 +186,8 @@ class LauncherTest(E2ETest):
         with open(inst.path("Ardentium_Score.csv")) as f:
             header, row = f.read().splitlines()
         self.assertEqual(dict(zip(header.split(","), row.split(",")))["frames"], str(frames))
+        self.click(inst, proc, "score.copy")
+        self.wait_state(inst, proc, lambda s: s.get("score.copy") == "Copied.", "the copied score")
         self.click(inst, proc, "score.close")
         self.wait_state(inst, proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
 
@@ -193,6 +206,96 @@ class LauncherTest(E2ETest):
         proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.wait_exit(inst, proc), 0)
         self.assertIn("Launcher closed.", inst.messages())
+
+    def run_to_score_dialog(self, inst, proc):
+        self.click(inst, proc, "start")
+        state = self.wait_state(inst, proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run",
+                                timeout=180)
+        self.assertEqual(state["error"], "")
+        self.assertEqual(state["score_dialog"], "1")
+        return state
+
+    def test_score_submission_and_status_post(self):
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Recorder)
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(server.shutdown)
+        Recorder.received = []
+        url = "http://127.0.0.1:%d/scores" % server.server_address[1]
+        display = start_xvfb(self)
+        inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write(SETTINGS.replace('max_time="60000"', 'max_time="3000"') %
+                    ('submit_score_user_email="tester@example.org" score_submit_url="%s" ' % url))
+        proc = self.launcher(inst, display)
+        state = self.run_to_score_dialog(inst, proc)
+        self.assertEqual(state["label.score.submit"], "Submit score")
+        frames = int(state["score.Frames"])
+
+        # A slow server: the dialog keeps answering the pointer meanwhile.
+        Recorder.status, Recorder.delay = 200, 4.0
+        self.click(inst, proc, "score.submit")
+        state = self.wait_state(inst, proc, lambda s: s["score.submit"].startswith("Sending to " + url), "the sending")
+        self.xdo("mousemove", "--window", self.wid, "5", "5")
+        self.wait_state(inst, proc, lambda s: s["pointer"].startswith("5,5,"), "the pointer moved while sending",
+                        timeout=3)
+        state = self.wait_state(inst, proc, lambda s: "done" in s["score.submit"], "the submission's end")
+        self.assertEqual(state["score.submit"], "Score submission done: the server answered HTTP 200.")
+        path, ctype, body = Recorder.received[-1]
+        self.assertEqual((path, ctype), ("/scores", "application/json"))
+        sent = json.loads(body)
+        self.assertEqual((sent["kind"], sent["user_email"]), ("score", "tester@example.org"))
+        self.assertEqual(sent["result"]["frames"], frames)
+
+        # A server error and its reason.
+        Recorder.status, Recorder.delay = 500, 0.0
+        self.click(inst, proc, "score.post")
+        state = self.wait_state(inst, proc, lambda s: "failed" in s["score.post"], "the failed status post")
+        self.assertEqual(state["score.post"],
+                         "Status post failed: the server answered HTTP 500 (database is down).")
+        self.assertIn("Furry VXA GL2", json.loads(Recorder.received[-1][2])["status"])
+
+        # Nobody listening any more.
+        server.shutdown()
+        server.server_close()
+        self.click(inst, proc, "score.submit")
+        state = self.wait_state(inst, proc, lambda s: "failed" in s["score.submit"], "the refused submission")
+        self.assertRegex(state["score.submit"], r"^Score submission failed: .*(onnect|refused)")
+        msgs = inst.messages_so_far()
+        self.assertIn("Score submission done: the server answered HTTP 200.", msgs)
+        self.assertIn("Status post failed: the server answered HTTP 500 (database is down).", msgs)
+        self.assertIn(state["score.submit"], msgs)
+        self.screenshot(inst, proc, "score-dialog-submissions")
+        proc.send_signal(signal.SIGTERM)
+        self.assertEqual(self.wait_exit(inst, proc), 0)
+
+    def test_a_run_that_cannot_start_returns_with_its_reason(self):
+        # An OpenGL 3.0 driver: enough for the launcher, too old for the
+        # OpenGL 3 fur test's context.
+        display = start_xvfb(self)
+        inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write(SETTINGS.replace('launcher_test3d="2003"', 'launcher_test3d="2102"') % "")
+        self.state_path = os.path.join(inst.root, "launcher-state.txt")
+        proc = inst.start("/launcher_state=" + self.state_path,
+                          env={"DISPLAY": display, "MESA_GL_VERSION_OVERRIDE": "3.0"})
+        self.addCleanup(lambda: proc.poll() is None and proc.kill())
+        self.display = display
+        self.wait_state(inst, proc, lambda s: s.get("tab") == "tests", "the tests tab")
+        self.wid, _ = self.wait_title(display, inst, proc, r"^VXA Ardentium$")
+        self.click(inst, proc, "start")
+        state = self.wait_state(inst, proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run")
+        self.assertEqual(state["error"], "Furry VXA GL3 could not start: see ardentium_log.txt for why.")
+        self.assertEqual(state["error_dialog"], "1")
+        self.assertEqual(state["score_dialog"], "0")
+        self.screenshot(inst, proc, "launcher-run-failed")
+        # The error box closes with its button and the launcher goes on.
+        self.click(inst, proc, "error.ok")
+        self.wait_state(inst, proc, lambda s: s["error_dialog"] == "0", "the closed error box")
+        self.click(inst, proc, "quit")
+        # The session's worst outcome is its exit code.
+        self.assertEqual(self.wait_exit(inst, proc), 2)
+        self.assertIn("OpenGL 3 window creation failed!", inst.messages())
 
     def test_no_display_names_the_direct_start(self):
         inst = self.install()

@@ -81,8 +81,9 @@ std::string Number(double v, int decimals) {
     return text;
 }
 
-// FPS figures need a whole measured second; before that they are not known.
-bool FpsKnown(const RunResults& r) { return r.started && r.seconds >= 1.0; }
+// FPS figures exist once a whole second has been sampled; before that the
+// statistics hold their starting values, which are no measurement.
+bool FpsKnown(const RunResults& r) { return r.started && !r.fpsSeries.empty(); }
 
 }  // namespace
 
@@ -217,7 +218,7 @@ std::vector<std::pair<std::string, std::string>> ScoreSheetLines(const ScoreShee
                                          (r.fullscreen ? " fullscreen" : " windowed"));
     lines.emplace_back("Duration", Number(r.seconds, 2) + " s");
     lines.emplace_back("Frames", std::to_string(r.frames));
-    const bool scored = r.benchmark && r.finished;
+    const bool scored = r.benchmark && r.finished && !r.deviceLost;
     lines.emplace_back("Score", scored ? std::to_string(r.score) : "n.a.");
     lines.emplace_back("FPS min/avg/max", FpsKnown(r) ? std::to_string(r.minFps) + " / " + std::to_string(r.avgFps) +
                                                             " / " + std::to_string(r.maxFps)
@@ -245,7 +246,7 @@ std::string ScoreClipboardText(const ScoreSheet& s) {
 std::string ScoreCsv(const ScoreSheet& s) {
     const RunResults& r = s.results;
     const bool fps = FpsKnown(r);
-    const bool scored = r.benchmark && r.finished;
+    const bool scored = r.benchmark && r.finished && !r.deviceLost;
     std::string header =
         "test,api,width,height,fullscreen,frames,seconds,score,fps_min,fps_avg,fps_max,renderer,driver";
     std::string row = CsvField(r.testName) + "," + CsvField(r.apiName) + "," + std::to_string(r.width) + "," +

@@ -22,6 +22,7 @@ RunResults FinishedBenchmark() {
     r.avgFps = 50;
     r.maxFps = 55;
     r.score = 150;
+    r.fpsSeries = {45, 50, 55};
     r.renderer = "llvmpipe (LLVM 15.0.6, 256 bits), \"soft\"";
     return r;
 }
@@ -120,9 +121,11 @@ TEST(LauncherScoreSheet, FiguresOnlyWhereMeasured) {
     EXPECT_EQ(value("Resolution"), "320x240 windowed");
     EXPECT_EQ(value("GPU 1 temperature_c"), "40.0 .. 71.5");
 
-    // Stopped early: no score. Shorter than a measured second: no FPS.
+    // Stopped early: no score. No whole second measured: the statistics'
+    // starting values are no FPS figures.
     s.results.finished = false;
-    s.results.seconds = 0.5;
+    s.results.fpsSeries.clear();
+    s.results.minFps = 10000;
     lines = ScoreSheetLines(s);
     EXPECT_EQ(value("Score"), "n.a.");
     EXPECT_EQ(value("FPS min/avg/max"), "n.a.");
