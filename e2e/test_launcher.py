@@ -102,13 +102,14 @@ class LauncherTest(E2ETest):
         time.sleep(0.15)
         self.xdo("mouseup", "1")
 
-    def type_into(self, inst, proc, widget, text):
+    def type_into(self, inst, proc, widget, text, enter=True):
         # Keys go where the pointer is (no window manager gives focus).
         self.click(inst, proc, widget, field=True)
         time.sleep(0.3)
         self.xdo("key", "ctrl+a")
         self.xdo("type", "--delay", "60", text)
-        self.xdo("key", "Return")
+        if enter:
+            self.xdo("key", "Return")
 
     def screenshot(self, inst, proc, name):
         """The launcher's own picture of what it shows; kept in
@@ -137,7 +138,7 @@ class LauncherTest(E2ETest):
         display = start_xvfb(self)
         inst = self.install()
         with open(inst.path("startup_options.xml"), "w") as f:
-            f.write(SETTINGS % "")
+            f.write(SETTINGS.replace('width="320" height="240"', 'width="400" height="300"') % "")
         proc = self.launcher(inst, display)
         self.screenshot(inst, proc, "launcher-tests")
 
@@ -150,6 +151,13 @@ class LauncherTest(E2ETest):
         self.wait_state(inst, proc, lambda s: s["tab"] == "settings", "the settings tab")
         self.type_into(inst, proc, "max_time", "3000")
         self.wait_state(inst, proc, lambda s: s["max_time"] == "3000", "the new time limit")
+        # The keyboard alone: Tab goes from the width to the height field.
+        self.type_into(inst, proc, "width", "320", enter=False)
+        self.xdo("key", "Tab")
+        time.sleep(0.3)
+        self.xdo("type", "--delay", "60", "240")
+        self.xdo("key", "Return")
+        self.wait_state(inst, proc, lambda s: (s["width"], s["height"]) == ("320", "240"), "the size typed")
         self.screenshot(inst, proc, "launcher-settings")
         for tab in ("gpu", "scores", "about"):
             self.click(inst, proc, "tab." + tab)
@@ -266,6 +274,9 @@ class LauncherTest(E2ETest):
         self.assertIn("Status post failed: the server answered HTTP 500 (database is down).", msgs)
         self.assertIn(state["score.submit"], msgs)
         self.screenshot(inst, proc, "score-dialog-submissions")
+        # Escape closes the dialog; a stop signal closes the launcher.
+        self.xdo("key", "Escape")
+        self.wait_state(inst, proc, lambda s: s["score_dialog"] == "0", "the dialog closed by Escape")
         proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.wait_exit(inst, proc), 0)
 

@@ -557,6 +557,10 @@ private:
         StartupOptions.launcher_test3d = t.test3d;
         StartupOptions.api3d = t.api3d;
         StartupOptions.xtreme_burn_in_active = StartupOptions.xtreme_burn_in;
+        // The fur scene takes the custom images the launcher names at its
+        // first frame, once per hand-over: every run gets them anew.
+        StartupOptions.fur_custom_diffuse_map_flag = true;
+        StartupOptions.fur_custom_bkg_map_flag = true;
         errorText_.clear();
         TakeBoxes();
         scorePending_ = false;
