@@ -200,6 +200,8 @@ int ArdentiumMain(const char* commandLine) {
         gRunExtras.screenshotPath = platform::ResolvePath(startFolder, gRunExtras.screenshotPath);
     if (!gRunExtras.resultsJsonPath.empty())
         gRunExtras.resultsJsonPath = platform::ResolvePath(startFolder, gRunExtras.resultsJsonPath);
+    if (!gRunExtras.launcherStatePath.empty())
+        gRunExtras.launcherStatePath = platform::ResolvePath(startFolder, gRunExtras.launcherStatePath);
 
     // Diagnostics for scripted users: nothing is started and nothing written.
     if (WantsUsage(commandLine)) {

@@ -96,7 +96,8 @@ class LauncherTest(E2ETest):
             seen = state[key]
             time.sleep(0.3)
         x, y, w, h = (int(v) for v in seen.split(","))
-        self.xdo("mousemove", "--window", self.wid, str(x + (8 if field else w // 2)), str(y + h // 2))
+        ox, oy = (int(v) for v in state["client_origin"].split(","))
+        self.xdo("mousemove", str(ox + x + (8 if field else w // 2)), str(oy + y + h // 2))
         # A press and release apart, as a hand does: the GUI sees both frames.
         self.xdo("mousedown", "1")
         time.sleep(0.15)

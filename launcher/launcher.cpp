@@ -696,6 +696,9 @@ private:
             char m[96];
             std::snprintf(m, sizeof m, "%.0f,%.0f,%d", io.MousePos.x, io.MousePos.y, io.MouseDown[0] ? 1 : 0);
             e.emplace_back("pointer", m);
+            int x = 0, y = 0;
+            window_->ClientOrigin(&x, &y);
+            e.emplace_back("client_origin", std::to_string(x) + "," + std::to_string(y));
         }
         e.emplace_back("running", running_ ? "1" : "0");
         e.emplace_back("runs", std::to_string(runs_));

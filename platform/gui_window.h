@@ -24,6 +24,8 @@ public:
     // drew, which TakeCapturedFrame then hands over (RGBA, top row first).
     virtual void CaptureNextFrame() = 0;
     virtual bool TakeCapturedFrame(std::string* rgba, int* width, int* height) = 0;
+    // Where the window's drawing area starts on the screen (tests click there).
+    virtual void ClientOrigin(int* x, int* y) const = 0;
     // How much larger than at 96 DPI text should be on this display.
     virtual float DpiScale() const = 0;
 };

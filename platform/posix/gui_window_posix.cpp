@@ -103,6 +103,8 @@ public:
         return true;
     }
 
+    void ClientOrigin(int* x, int* y) const override { SDL_GetWindowPosition(window_, x, y); }
+
     float DpiScale() const override {
         float ddpi = 0, hdpi = 0, vdpi = 0;
         int display = SDL_GetWindowDisplayIndex(window_);
