@@ -13,7 +13,7 @@ import threading
 import time
 import unittest
 
-from ardtest import E2ETest, read_png, start_xvfb
+from ardtest import BUILD, E2ETest, read_png, start_xvfb
 
 SHOTS = os.environ.get("ARDENTIUM_SHOTS", "")
 
@@ -308,6 +308,38 @@ class LauncherTest(E2ETest):
         # The session's worst outcome is its exit code.
         self.assertEqual(self.wait_exit(inst, proc), 2)
         self.assertIn("OpenGL 3 window creation failed!", inst.messages())
+
+    def test_gpu_tab_shows_the_monitor_threads_readings(self):
+        # A fake NVIDIA board whose temperature climbs a degree a reading.
+        display = start_xvfb(self)
+        inst = self.install()
+        script = os.path.join(inst.root, "nvml.txt")
+        with open(script, "w") as f:
+            f.write("gpus=1\ndriver=550.54.14\ngpu0.name=NVIDIA GeForce RTX 4090\ngpu0.device=2684\n"
+                    "gpu0.bus=00000000:41:00.0\ngpu0.temp=60\ngpu0.temp_step=1\ngpu0.util=99\ngpu0.fan=30\n"
+                    "gpu0.clock=2520\ngpu0.memclock=10501\ngpu0.power_mw=300000\ngpu0.limit_mw=450000\n")
+        env = {"DISPLAY": display, "ARDENTIUM_FAKE_NVML_SCRIPT": script,
+               "ARDENTIUM_NVML_LIBRARY": os.path.join(os.path.abspath(BUILD), "monitor-fakes", "libnvidia-ml.so.1")}
+        self.state_path = os.path.join(inst.root, "launcher-state.txt")
+        proc = inst.start("/launcher_state=" + self.state_path, env=env)
+        self.addCleanup(lambda: proc.poll() is None and proc.kill())
+        self.display = display
+        self.wait_state(inst, proc, lambda s: s.get("tab") == "tests", "the tests tab")
+        self.click(inst, proc, "tab.gpu")
+        nvidia = [k[:-len("name")] for k, v in read_state(self.state_path).items()
+                  if k.startswith("gpu.") and k.endswith(".name") and v == "NVIDIA GeForce RTX 4090"]
+        self.assertEqual(len(nvidia), 1, read_state(self.state_path))
+        gpu = nvidia[0]
+        # Live: the readings move and the history grows while the tab is up.
+        first = self.wait_state(inst, proc, lambda s: s[gpu + "temperature"] != "n.a.", "a temperature")
+        later = self.wait_state(inst, proc, lambda s: int(s[gpu + "history_samples"]) >= 3 and
+                                s[gpu + "temperature"] != first[gpu + "temperature"], "a newer temperature")
+        self.assertRegex(later[gpu + "temperature"], r"^\d+ C$")
+        self.assertEqual(later[gpu + "core_clock"], "2520 MHz")
+        self.assertIn("widget.gpu.graph." + str(int(gpu.split(".")[1]) - 1), later)
+        self.screenshot(inst, proc, "launcher-gpu-fake-nvidia")
+        proc.send_signal(signal.SIGTERM)
+        self.assertEqual(self.wait_exit(inst, proc), 0)
 
     def test_no_display_names_the_direct_start(self):
         inst = self.install()

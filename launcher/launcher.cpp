@@ -383,6 +383,9 @@ private:
         for (int i = 0; i < count; ++i) {
             monitor::GpuSensorSnapshot s;
             if (!monitor::ReadGpuSensors(i, &s)) continue;
+            // A GPU without a temperature reading has no history: a line at
+            // 0 would read as a measurement.
+            if (s.temperature == 0.0f) continue;
             std::deque<float>& h = history_[static_cast<size_t>(i)].values;
             h.push_back(s.temperature);
             if (h.size() > 120) h.pop_front();
@@ -431,10 +434,12 @@ private:
                 const std::deque<float>& h = history_[static_cast<size_t>(i)].values;
                 std::vector<float> v(h.begin(), h.end());
                 char overlay[64];
-                std::snprintf(overlay, sizeof overlay, "temperature, last %zu s", v.size());
+                std::snprintf(overlay, sizeof overlay, "temperature (0 to 110 C), last %zu s", v.size());
                 ImGui::PlotLines("##temp", v.data(), static_cast<int>(v.size()), 0, overlay, 0.0f, 110.0f,
-                                 ImVec2(-1, ImGui::GetFontSize() * 5));
+                                 ImVec2(std::max(100.0f, ImGui::GetContentRegionAvail().x), ImGui::GetFontSize() * 5));
                 Track("gpu.graph." + std::to_string(i));
+            } else {
+                ImGui::TextDisabled("Temperature history: n.a. (no temperature reading)");
             }
         }
         if (count == 0) ImGui::TextDisabled("No sensor readings on this machine.");
@@ -723,6 +728,17 @@ private:
         e.emplace_back("error_dialog", errorShown_ ? "1" : "0");
         e.emplace_back("scores_rows", std::to_string(scores_.rows.size()));
         e.emplace_back("gpu_count", std::to_string(monitor::SensorGpuCount()));
+        for (int i = 0; i < monitor::SensorGpuCount(); ++i) {
+            monitor::GpuSensorSnapshot s;
+            if (!monitor::ReadGpuSensors(i, &s)) continue;
+            const std::string gpu = "gpu." + std::to_string(i + 1) + ".";
+            e.emplace_back(gpu + "name", s.name);
+            e.emplace_back(gpu + "temperature", Reading(s.temperature, "C"));
+            e.emplace_back(gpu + "load", Reading(s.load, "%"));
+            e.emplace_back(gpu + "core_clock", Reading(s.shown_core_clock(), "MHz"));
+            const size_t samples = static_cast<size_t>(i) < history_.size() ? history_[static_cast<size_t>(i)].values.size() : 0;
+            e.emplace_back(gpu + "history_samples", std::to_string(samples));
+        }
         e.emplace_back("score_dialog", scoreOpen_ ? "1" : "0");
         if (scoreOpen_) {
             for (const auto& line : ScoreSheetLines(sheet_)) e.emplace_back("score." + line.first, line.second);
