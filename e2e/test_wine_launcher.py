@@ -1,14 +1,17 @@
 """The Windows launcher under Wine: the Win32 window with its GUI, a fur test
 chosen, started and returned from, the score dialog, the settings file."""
+import http.server
 import os
 import re
+import threading
+import json
 import shutil
 import subprocess
 import time
 import unittest
 
 from ardtest import read_png, start_xvfb
-from test_launcher import read_state
+from test_launcher import Recorder, read_state
 from test_wine import WINE_RUN, WineInstall
 
 SHOTS = os.environ.get("ARDENTIUM_SHOTS", "")
@@ -79,9 +82,16 @@ class WineLauncher(unittest.TestCase):
         self.display = start_xvfb(self)
         inst = WineInstall()
         self.addCleanup(shutil.rmtree, inst.root, True)
+        # A score server on the loopback address, for WinHTTP.
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Recorder)
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(server.shutdown)
+        Recorder.received, Recorder.status, Recorder.delay = [], 200, 0.0
+        url = "http://127.0.0.1:%d/scores" % server.server_address[1]
         with open(os.path.join(inst.program_dir, "startup_options.xml"), "w") as f:
             f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings width="320" height="240" max_time="2000"'
-                    ' enable_amark_music="0" launcher_test3d="2003" />\n</ardentium>\n')
+                    ' enable_amark_music="0" launcher_test3d="2003" score_submit_url="%s" />\n</ardentium>\n' % url)
         self.state_path = os.path.join(inst.work_dir, "state.txt")
         env = dict(os.environ, DISPLAY=self.display, WINEDLLOVERRIDES="winedbg.exe=d")
         proc = subprocess.Popen([WINE_RUN, os.path.join(inst.program_dir, "ardentium.exe"), "/launcher_state=state.txt"],
@@ -103,6 +113,22 @@ class WineLauncher(unittest.TestCase):
         self.assertEqual(state["score.API"], "Direct3D 11")
         self.assertGreater(int(state["score.Frames"]), 0)
         self.screenshot(proc, inst, "wine-score-dialog")
+        self.click(proc, "score.submit")
+        state = self.wait_state(proc, lambda s: "done" in s["score.submit"] or "failed" in s["score.submit"],
+                                "the submission's end")
+        self.assertEqual(state["score.submit"], "Score submission done: the server answered HTTP 200.")
+        sent = json.loads(Recorder.received[-1][2])
+        self.assertEqual(sent["result"]["frames"], int(state["score.Frames"]))
+        Recorder.status = 500
+        self.click(proc, "score.post")
+        state = self.wait_state(proc, lambda s: "failed" in s["score.post"], "the failed status post")
+        self.assertEqual(state["score.post"], "Status post failed: the server answered HTTP 500 (database is down).")
+        server.shutdown()
+        server.server_close()
+        self.click(proc, "score.submit")
+        state = self.wait_state(proc, lambda s: "failed" in s["score.submit"], "the refused submission")
+        self.assertEqual(state["score.submit"], "Score submission failed: could not connect to the server.")
+        self.screenshot(proc, inst, "wine-score-dialog-submissions")
         self.click(proc, "score.close")
         self.wait_state(proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
         self.click(proc, "quit")
