@@ -140,7 +140,13 @@ class LauncherTest(E2ETest):
         inst = self.install()
         with open(inst.path("startup_options.xml"), "w") as f:
             f.write(SETTINGS.replace('width="320" height="240"', 'width="400" height="300"') % "")
+        # Two earlier rows of the scores file; the newest is shown first.
+        with open(inst.path("Ardentium_Scores.csv"), "wb") as f:
+            f.write(b"Test name,Renderer,Driver,GPU clock(MHz)\nFurry VXA GL2,\"Mesa, llvmpipe\",1,0.00\n"
+                    b"Furry VXA GL3,llvmpipe,1,0.00\n")
         proc = self.launcher(inst, display)
+        state = read_state(self.state_path)
+        self.assertEqual((state["scores_rows"], state["scores_first_row"]), ("2", "Furry VXA GL3"))
         self.screenshot(inst, proc, "launcher-tests")
 
         # The OpenGL 3 fur test, then a three-second limit on the settings tab.

@@ -727,6 +727,7 @@ private:
         e.emplace_back("error", errorText_);
         e.emplace_back("error_dialog", errorShown_ ? "1" : "0");
         e.emplace_back("scores_rows", std::to_string(scores_.rows.size()));
+        if (!scores_.rows.empty()) e.emplace_back("scores_first_row", scores_.rows.front().empty() ? "" : scores_.rows.front()[0]);
         e.emplace_back("gpu_count", std::to_string(monitor::SensorGpuCount()));
         for (int i = 0; i < monitor::SensorGpuCount(); ++i) {
             monitor::GpuSensorSnapshot s;
