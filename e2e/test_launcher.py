@@ -347,6 +347,27 @@ class LauncherTest(E2ETest):
         proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.wait_exit(inst, proc), 0)
 
+    def test_text_follows_the_displays_dpi(self):
+        # A display of twice the usual density: the launcher's text and
+        # widgets grow with it.
+        r, w = os.pipe()
+        xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(w), "-screen", "0", "2048x1536x24", "-dpi", "192",
+                                 "-nolisten", "tcp"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                pass_fds=(w,))
+        os.close(w)
+        with os.fdopen(r) as f:
+            display = ":" + f.readline().strip()
+        self.addCleanup(lambda: (xvfb.terminate(), xvfb.wait(timeout=10)))
+        inst = self.install()
+        proc = self.launcher(inst, display)
+        state = read_state(self.state_path)
+        self.assertEqual(state["text_scale"], "2.00")
+        x, y, w, h = (int(v) for v in state["widget.start"].split(","))
+        self.assertGreaterEqual(h, 40)  # 22 pixels at 96 DPI
+        self.screenshot(inst, proc, "launcher-192dpi")
+        proc.send_signal(signal.SIGTERM)
+        self.assertEqual(self.wait_exit(inst, proc), 0)
+
     def test_no_display_names_the_direct_start(self):
         inst = self.install()
         r = inst.run("/display_gui=1", timeout=60)

@@ -516,7 +516,10 @@ private:
                         StartupOptions.time_based_benchmark ? StartupOptions.max_time : StartupOptions.max_frames,
                         limit);
         }
-        ImGui::SameLine(ImGui::GetWindowWidth() - ImGui::GetFontSize() * 5);
+        const ImGuiStyle& style = ImGui::GetStyle();
+        const float quitWidth = ImGui::CalcTextSize("Quit").x + style.FramePadding.x * 2;
+        ImGui::SameLine(std::max(ImGui::GetCursorPosX() + style.ItemSpacing.x,
+                                 ImGui::GetWindowWidth() - quitWidth - style.WindowPadding.x));
         if (ImGui::Button("Quit")) quit_ = true;
         Track("quit");
         if (!errorText_.empty())
@@ -705,6 +708,11 @@ private:
             window_->ClientOrigin(&x, &y);
             e.emplace_back("client_origin", std::to_string(x) + "," + std::to_string(y));
         }
+        {
+            char scale[16];
+            std::snprintf(scale, sizeof scale, "%.2f", textScale_);
+            e.emplace_back("text_scale", scale);
+        }
         e.emplace_back("running", running_ ? "1" : "0");
         e.emplace_back("runs", std::to_string(runs_));
         const LauncherTest* t = Selected();
@@ -754,6 +762,7 @@ private:
 
 public:
     void SetStatePath(const std::string& path) { statePath_ = path; }
+    void SetTextScale(float scale) { textScale_ = scale; }
     void NoteScorePending() { scorePending_ = true; }
 
 private:
@@ -790,6 +799,7 @@ private:
     Submission submit_{"Score submission"};
     Submission status_{"Status post"};
     std::string statePath_;
+    float textScale_ = 1.0f;
     std::string shotTarget_;
     std::string lastState_;
     bool stateFailureLogged_ = false;
@@ -812,6 +822,7 @@ bool RunLauncher(const LauncherHooks& hooks, std::string* error) {
         return false;
     }
     const float scale = window->DpiScale();
+    if (scale > 1.0f) window->SetClientSize(static_cast<int>(960 * scale), static_cast<int>(640 * scale));
     const std::string font = FindHudFontFile(gShell.programFolder + "data/");
     if (font.empty() || !io.Fonts->AddFontFromFileTTF(font.c_str(), 16.0f * scale)) io.Fonts->AddFontDefault();
     ImGui::StyleColorsDark();
@@ -823,6 +834,7 @@ bool RunLauncher(const LauncherHooks& hooks, std::string* error) {
     Launcher launcher(hooks, window.get());
     launcher.SetAdapter(monitor::AdapterText());
     launcher.SetStatePath(gRunExtras.launcherStatePath);
+    launcher.SetTextScale(scale);
     // The runner hands a finished benchmark's score here when its window closes.
     Launcher* self = &launcher;
     static Launcher* gActive = nullptr;

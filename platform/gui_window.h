@@ -18,6 +18,8 @@ public:
     virtual bool BeginFrame() = 0;
     // Draws the GUI frame and shows it.
     virtual void EndFrame() = 0;
+    // Resizes the drawing area (kept within the screen) and centres the window.
+    virtual void SetClientSize(int width, int height) = 0;
     virtual void Show() = 0;
     virtual void Hide() = 0;
     // Screenshots of the launcher: the next EndFrame keeps a copy of what it

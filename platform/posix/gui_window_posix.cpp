@@ -4,6 +4,7 @@
 
 #include <GL/gl.h>
 #include <SDL2/SDL.h>
+#include <SDL2/SDL_syswm.h>
 #include <imgui.h>
 #include <backends/imgui_impl_opengl3.h>
 #include <backends/imgui_impl_sdl.h>
@@ -77,6 +78,16 @@ public:
         SDL_GL_SwapWindow(window_);
     }
 
+    void SetClientSize(int width, int height) override {
+        SDL_Rect screen;
+        if (SDL_GetDisplayUsableBounds(std::max(0, SDL_GetWindowDisplayIndex(window_)), &screen) == 0) {
+            width = std::min(width, screen.w);
+            height = std::min(height, screen.h);
+        }
+        SDL_SetWindowSize(window_, width, height);
+        SDL_SetWindowPosition(window_, SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED);
+    }
+
     void Show() override {
         SDL_ShowWindow(window_);
         SDL_RaiseWindow(window_);
@@ -108,7 +119,8 @@ public:
     float DpiScale() const override {
         float ddpi = 0, hdpi = 0, vdpi = 0;
         int display = SDL_GetWindowDisplayIndex(window_);
-        if (SDL_GetDisplayDPI(display < 0 ? 0 : display, &ddpi, &hdpi, &vdpi) != 0 || vdpi <= 0) return 1.0f;
+        if (SDL_GetDisplayDPI(display < 0 ? 0 : display, &ddpi, &hdpi, &vdpi) != 0 || vdpi <= 0) vdpi = X11ScreenDpi();
+        if (vdpi <= 0) return 1.0f;
         float scale = vdpi / 96.0f;
         // Virtual displays report whatever their made-up size gives; text
         // never shrinks below its design size and never grows past 3x.
@@ -118,6 +130,19 @@ public:
     }
 
 private:
+    // SDL knows the density only from the outputs' sizes, which some X
+    // servers leave out; the screen's own size in millimetres then says it.
+    float X11ScreenDpi() const {
+        SDL_SysWMinfo info;
+        SDL_VERSION(&info.version);
+        if (!SDL_GetWindowWMInfo(window_, &info) || info.subsystem != SDL_SYSWM_X11 || !info.info.x11.display)
+            return 0.0f;
+        Display* d = info.info.x11.display;
+        const int screen = DefaultScreen(d);
+        const int mm = DisplayHeightMM(d, screen);
+        return mm > 0 ? static_cast<float>(DisplayHeight(d, screen)) * 25.4f / static_cast<float>(mm) : 0.0f;
+    }
+
     void TrackPointer(const SDL_Event& e) {
         const Uint32 id = SDL_GetWindowID(window_);
         if (e.type == SDL_MOUSEMOTION && e.motion.windowID == id) {

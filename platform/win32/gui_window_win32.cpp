@@ -92,6 +92,16 @@ public:
         SwapBuffers(dc_);
     }
 
+    void SetClientSize(int width, int height) override {
+        const DWORD style = static_cast<DWORD>(GetWindowLongW(hwnd_, GWL_STYLE));
+        RECT r = {0, 0, width, height};
+        AdjustWindowRect(&r, style, FALSE);
+        const int sw = GetSystemMetrics(SM_CXSCREEN), sh = GetSystemMetrics(SM_CYSCREEN);
+        const int w = std::min<int>(r.right - r.left, sw), h = std::min<int>(r.bottom - r.top, sh);
+        SetWindowPos(hwnd_, nullptr, std::max(0, (sw - w) / 2), std::max(0, (sh - h) / 2), w, h,
+                     SWP_NOZORDER | SWP_NOACTIVATE);
+    }
+
     void Show() override {
         ShowWindow(hwnd_, SW_SHOW);
         SetForegroundWindow(hwnd_);
