@@ -25,22 +25,26 @@ def windows_path(path):
 class WineLauncher(unittest.TestCase):
     WAIT = 180
 
+    def log_tail(self):
+        try:
+            with open(os.path.join(os.path.dirname(self.state_path), "ardentium_log.txt"), "rb") as f:
+                return f.read().decode("latin-1")[-3000:]
+        except OSError:
+            return "(no event log)"
+
     def wait_state(self, proc, predicate, what, timeout=WAIT):
         deadline = time.time() + timeout
         while True:
             state = read_state(self.state_path)
             if state and predicate(state):
                 return state
+            shown = {k: v for k, v in state.items() if not k.startswith("widget.")}
             if proc.poll() is not None:
-                self.fail("the launcher ended (%s) before it showed %s; state: %r" % (proc.returncode, what, state))
+                self.fail("the launcher ended (%s) before it showed %s; state: %r\n--- event log (end):\n%s" %
+                          (proc.returncode, what, shown, self.log_tail()))
             if time.time() > deadline:
-                try:
-                    with open(os.path.join(os.path.dirname(self.state_path), "ardentium_log.txt"), "rb") as f:
-                        log = f.read().decode("latin-1")[-3000:]
-                except OSError:
-                    log = "(no event log)"
                 self.fail("the launcher did not show %s within %d s; state: %r\n--- event log (end):\n%s" %
-                          (what, timeout, {k: v for k, v in state.items() if not k.startswith("widget.")}, log))
+                          (what, timeout, shown, self.log_tail()))
             time.sleep(0.3)
 
     def xdo(self, *args):
