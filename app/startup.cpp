@@ -41,6 +41,9 @@ void LogDisplayModes() {
     }
 }
 
+// Runs the launcher started; a launcher session without one has no scores row.
+int gLauncherRuns = 0;
+
 void ShutDown() {
     if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
     // A render thread the kill sequence left finishing its last frame ends
@@ -50,7 +53,8 @@ void ShutDown() {
     monitor::StopMonitorThread();
     monitor::FreeSensorArray();
     monitor::MonitorShutdown();
-    if (RunParameters.run_mode == 1 && StartupOptions.log_score) WriteScoresRow();
+    const bool ranSomething = !gShell.launcherShown || gLauncherRuns > 0;
+    if (RunParameters.run_mode == 1 && StartupOptions.log_score && ranSomething) WriteScoresRow();
     gEventLog.Write("Exit from %s.", kProductTitle);
 }
 
@@ -125,6 +129,7 @@ bool BuildCanRun(int test3d, int api3d) {
 // the runner, and the run's window is served until it closes.
 bool RunFromLauncher() {
     CopyRunParameters(StartupOptions, RunParameters);
+    ++gLauncherRuns;
     BeginRunReport();
     if (!Start3DRun(gRunExtras.headless ? DisplayKind::Headless : DisplayKind::Window, RunServices())) {
         gEventLog.Write("The 3D window could not be created: no test was started.");

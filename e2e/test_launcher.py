@@ -359,6 +359,8 @@ class LauncherTest(E2ETest):
             display = ":" + f.readline().strip()
         self.addCleanup(lambda: (xvfb.terminate(), xvfb.wait(timeout=10)))
         inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write(SETTINGS % 'log_score="1" ')
         proc = self.launcher(inst, display)
         state = read_state(self.state_path)
         self.assertEqual(state["text_scale"], "2.00")
@@ -367,6 +369,8 @@ class LauncherTest(E2ETest):
         self.screenshot(inst, proc, "launcher-192dpi")
         proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.wait_exit(inst, proc), 0)
+        # No run, no scores row, even with scores logged.
+        self.assertFalse(os.path.exists(inst.path("Ardentium_Scores.csv")))
 
     def test_no_display_names_the_direct_start(self):
         inst = self.install()
