@@ -15,6 +15,9 @@
 #include "runner/catalogue.h"
 #include "runner/run3d.h"
 #include "scenes/fur/fur_factory.h"
+#if ARD_HAVE_LAUNCHER
+#include "launcher/launcher.h"
+#endif
 
 
 
@@ -39,6 +42,9 @@ void LogDisplayModes() {
     }
 }
 
+// Runs the launcher started; a launcher session without one has no scores row.
+int gLauncherRuns = 0;
+
 void ShutDown() {
     if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
     // A render thread the kill sequence left finishing its last frame ends
@@ -48,7 +54,8 @@ void ShutDown() {
     monitor::StopMonitorThread();
     monitor::FreeSensorArray();
     monitor::MonitorShutdown();
-    if (RunParameters.run_mode == 1 && StartupOptions.log_score) WriteScoresRow();
+    const bool ranSomething = !gShell.launcherShown || gLauncherRuns > 0;
+    if (RunParameters.run_mode == 1 && StartupOptions.log_score && ranSomething) WriteScoresRow();
     gEventLog.Write("Exit from %s.", kProductTitle);
 }
 
@@ -60,20 +67,25 @@ void TellCouldNotStart(const std::string& text) {
     NoteCouldNotStart(text);
 }
 
+Run3DServices RunServices() {
+    Run3DServices services;
+    services.createDemo = CreateFurDemo;
+    services.firstGpuTemperature = [](double* celsius) {
+        if (!monitor::GpuTemperatureSourcePresent()) return false;
+        *celsius = monitor::FirstGpuTemperature();
+        return true;
+    };
+    services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
+    services.runEnded = ReportRunEnded;
+    return services;
+}
+
 void StartDirectly() {
     const int test = StartupOptions.test3d;
     // Without a display there is nothing to open a window on.
     const bool headless = gRunExtras.headless || !platform::HasDisplay();
     if (StartsThrough3DWindow(test)) {
-        Run3DServices services;
-        services.createDemo = CreateFurDemo;
-        services.firstGpuTemperature = [](double* celsius) {
-            if (!monitor::GpuTemperatureSourcePresent()) return false;
-            *celsius = monitor::FirstGpuTemperature();
-            return true;
-        };
-        services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
-        services.runEnded = ReportRunEnded;
+        Run3DServices services = RunServices();
         BeginRunReport();
         if (!Start3DRun(headless ? DisplayKind::Headless : DisplayKind::Window, services)) {
             TellCouldNotStart("The 3D window could not be created: no test was started.");
@@ -95,6 +107,55 @@ void StartDirectly() {
     }
     Run3DMessageLoop();
 }
+
+#if ARD_HAVE_LAUNCHER
+// The tests whose objects this build has: the fur test through OpenGL 2 and
+// 3 everywhere, and through Direct3D in the Windows build.
+bool BuildCanRun(int test3d, int api3d) {
+    DemoChoice choice;
+    if (!ChooseDemo(test3d, api3d, &choice) || choice.amarkMode) return false;
+    switch (choice.demoClass) {
+        case DemoClass::OpenGL2:
+        case DemoClass::OpenGL3: return true;
+#if defined(_WIN32)
+        case DemoClass::D3D9:
+        case DemoClass::D3D10:
+        case DemoClass::D3D11: return true;
+#endif
+        default: return false;
+    }
+}
+
+// One run started from the launcher: the settings the launcher edited go to
+// the runner, and the run's window is served until it closes.
+bool RunFromLauncher() {
+    CopyRunParameters(StartupOptions, RunParameters);
+    ++gLauncherRuns;
+    BeginRunReport();
+    if (!Start3DRun(gRunExtras.headless ? DisplayKind::Headless : DisplayKind::Window, RunServices())) {
+        gEventLog.Write("The 3D window could not be created: no test was started.");
+        return false;
+    }
+    Run3DMessageLoop();
+    return true;
+}
+
+void ShowLauncher() {
+    // The launcher needs a display; a script without one is told how to run
+    // a test directly.
+    if (!platform::HasDisplay()) {
+        TellCouldNotStart("The launcher needs a display and there is none: start a test with /display_gui=0 /test3d=ID.");
+        return;
+    }
+    LauncherHooks hooks;
+    hooks.run = RunFromLauncher;
+    hooks.available = BuildCanRun;
+    hooks.resultsContext = CollectResultsContext;
+    std::string error;
+    if (!RunLauncher(hooks, &error))
+        TellCouldNotStart("The launcher could not open (" + error + "): start a test with /display_gui=0 /test3d=ID.");
+}
+#endif
 
 }  // namespace
 
@@ -145,6 +206,8 @@ int ArdentiumMain(const char* commandLine) {
         gRunExtras.screenshotPath = platform::ResolvePath(startFolder, gRunExtras.screenshotPath);
     if (!gRunExtras.resultsJsonPath.empty())
         gRunExtras.resultsJsonPath = platform::ResolvePath(startFolder, gRunExtras.resultsJsonPath);
+    if (!gRunExtras.launcherStatePath.empty())
+        gRunExtras.launcherStatePath = platform::ResolvePath(startFolder, gRunExtras.launcherStatePath);
 
     // Diagnostics for scripted users: nothing is started and nothing written.
     if (WantsUsage(commandLine)) {
@@ -203,7 +266,11 @@ int ArdentiumMain(const char* commandLine) {
     CopyRunParameters(StartupOptions, RunParameters);
 
     if (StartupOptions.display_gui) {
+#if ARD_HAVE_LAUNCHER
+        ShowLauncher();
+#else
         TellCouldNotStart("Launcher not available in this build: start a test with /display_gui=0 /test3d=ID.");
+#endif
     } else {
         StartDirectly();
     }

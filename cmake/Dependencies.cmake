@@ -70,3 +70,31 @@ else()
   target_include_directories(ard_openal INTERFACE ${OPENAL_INCLUDE_DIR})
   target_link_libraries(ard_openal INTERFACE ${OPENAL_LIBRARY})
 endif()
+
+# The launcher's GUI library. On Linux Debian's libimgui-dev, whose archive
+# also holds the SDL2 and OpenGL 3 back-ends; on Windows the same sources
+# with the Win32 and OpenGL 3 back-ends, cross-built by tools/win-deps.sh.
+if(WIN32)
+  if(NOT EXISTS "${ARDENTIUM_WIN_DEPS}/lib/libimgui.a")
+    message(FATAL_ERROR "libimgui.a missing in ${ARDENTIUM_WIN_DEPS}: run tools/win-deps.sh again")
+  endif()
+  add_library(ard_libimgui STATIC IMPORTED GLOBAL)
+  set_target_properties(ard_libimgui PROPERTIES
+    IMPORTED_LOCATION "${ARDENTIUM_WIN_DEPS}/lib/libimgui.a")
+  add_library(ard_imgui INTERFACE)
+  target_include_directories(ard_imgui SYSTEM INTERFACE "${ARDENTIUM_WIN_DEPS}/include/imgui")
+  target_link_libraries(ard_imgui INTERFACE ard_libimgui opengl32 gdi32 dwmapi imm32)
+  set(ARD_HAVE_LAUNCHER ON)
+else()
+  find_path(IMGUI_INCLUDE_DIR imgui.h PATH_SUFFIXES imgui REQUIRED)
+  find_library(IMGUI_LIBRARY imgui REQUIRED)
+  # Debian's copy rasterises its fonts with the system's stb library (ours
+  # keeps its stb functions static, so the two never meet).
+  find_library(STB_LIBRARY stb REQUIRED)
+  find_package(OpenGL REQUIRED)
+  find_package(CURL REQUIRED)
+  add_library(ard_imgui INTERFACE)
+  target_include_directories(ard_imgui SYSTEM INTERFACE ${IMGUI_INCLUDE_DIR})
+  target_link_libraries(ard_imgui INTERFACE ${IMGUI_LIBRARY} ${STB_LIBRARY} SDL2::SDL2 OpenGL::GL ${CMAKE_DL_LIBS})
+  set(ARD_HAVE_LAUNCHER ON)
+endif()

@@ -13,3 +13,9 @@ constexpr int kVersionPatch = 0;
 
 ARD_PRINTF_LIKE(1, 2) void ErrorBox(const char* format, ...);
 ARD_PRINTF_LIKE(1, 2) void InformationBox(const char* format, ...);
+
+// While a window of the program's own shows the boxes (the launcher), a box
+// goes to it instead of a system box, from whichever thread raised it; the
+// event log still gets its line. Null gives the boxes back to the system.
+using BoxSink = void (*)(bool error, const char* text);
+void SetBoxSink(BoxSink sink);

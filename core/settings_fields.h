@@ -270,7 +270,9 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     R(int16_t,  reserved_benchmark_short, 0) \
     F(int32_t,  fractal_flame_particles, 2000000,     AnyValue,         NoFile,                      Scratch(40, "/fractal_flame_particles", kReset), Help("N", "particle count of the fractal flame test")) \
     F(std::string, submit_score_user_email, "",       AnyValue,         File(33, 33),                NoSwitch,                                NoHelp) \
-    F(bool,     enable_gpuz_bridge,   false,          AnyValue,         File(34, 34),                Flag01(41, "/enable_gpuz_bridge"),       Help("0|1", "take GPU 1's core clock, memory clock and voltage (and a temperature no interface reads) from GPU-Z while it runs"))
+    F(bool,     enable_gpuz_bridge,   false,          AnyValue,         File(34, 34),                Flag01(41, "/enable_gpuz_bridge"),       Help("0|1", "take GPU 1's core clock, memory clock and voltage (and a temperature no interface reads) from GPU-Z while it runs")) \
+    F(std::string, score_submit_url,  "",             AnyValue,         File(35, 35),                NoSwitch,                                NoHelp) \
+    F(int32_t,  launcher_test3d,      2003,           AnyValue,         File(36, 36),                NoSwitch,                                NoHelp)
 
 // Switches that are not settings: where and how a run is shown and recorded.
 #define ARD_RUN_EXTRAS(X) \
@@ -278,5 +280,6 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     X(std::string, screenshotPath,  "/screenshot=",     "",    Help("PATH", "save the run's last frame as a PNG image")) \
     X(float,       animationTime,   "/animation_time=", -1.0f, Help("SECONDS", "hold the scene's animation at that time (same picture on every API and card)")) \
     X(std::string, resultsJsonPath, "/results_json=",   "",    Help("PATH", "write the run's result (frames, FPS, frame times, sensors, errors) as JSON to PATH")) \
-    X(bool,        listGpus,        "/list_gpus",       false, Help("", "list the GPUs, how each is read and its current sensor readings on standard output, then exit"))
+    X(bool,        listGpus,        "/list_gpus",       false, Help("", "list the GPUs, how each is read and its current sensor readings on standard output, then exit")) \
+    X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)"))
 // clang-format on

@@ -85,7 +85,7 @@ TEST(SettingsFile, ExactLayout) {
         "\n\t\trender_gpu_monitor=\"0\"\n\t\trender_general_indicators=\"1\"\n\t\tenable_ty_osd_fix=\"1\""
         "\n\t\ttone_down_delay_ms=\"0\"\n\t\tfullscreen_frequency_hz=\"-1\"\n\t\tenable_amark_music=\"1\""
         "\n\t\tenable_gpu_physx=\"0\"\n\t\tfur_custom_diffuse_map=\"\"\n\t\tfur_custom_bkg_map=\"\""
-        "\n\t\tsubmit_score_user_email=\"\"\n\t\tenable_gpuz_bridge=\"0\"\n\t/>\n</ardentium>";
+        "\n\t\tsubmit_score_user_email=\"\"\n\t\tenable_gpuz_bridge=\"0\"\n\t\tscore_submit_url=\"\"\n\t\tlauncher_test3d=\"2003\"\n\t/>\n</ardentium>";
     EXPECT_EQ(text, expected);
 }
 
@@ -291,6 +291,7 @@ TEST(SettingsFile, TruncatedAtEveryOffset) {
     full.furry_object = 3;
     CopyText(full.fur_custom_bkg_map, sizeof full.fur_custom_bkg_map, "bkg & <co>.png");
     full.submit_score_user_email = "a@b.c";
+    full.score_submit_url = "http://127.0.0.1:8080/scores?a=1&b=2";
     std::string path = TempPath("whole");
     ASSERT_TRUE(WriteStartupOptionsFile(full, path.c_str()));
     const std::string text = ReadRaw(path);

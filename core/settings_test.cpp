@@ -199,8 +199,11 @@ TEST(Settings, PrintedInDeclarationOrder) {
     ASSERT_GE(names.size(), 40u);
     EXPECT_EQ(names.front(), "test3d");
     EXPECT_EQ(names[1], "api3d");
-    EXPECT_EQ(names[names.size() - 2], "submit_score_user_email");
-    EXPECT_EQ(names.back(), "enable_gpuz_bridge");  // appended: the older fields keep their places
+    // Newer attributes follow the original ones, so older files keep their layout.
+    EXPECT_EQ(names[names.size() - 4], "submit_score_user_email");
+    EXPECT_EQ(names[names.size() - 3], "enable_gpuz_bridge");
+    EXPECT_EQ(names[names.size() - 2], "score_submit_url");
+    EXPECT_EQ(names.back(), "launcher_test3d");
     for (const std::string& n : names) EXPECT_EQ(n.find("reserved"), std::string::npos) << n;
     // Each switch in the usage text is one the parser knows, or a diagnostic.
     EXPECT_NE(UsageText().find("/print_settings"), std::string::npos);
@@ -209,7 +212,7 @@ TEST(Settings, PrintedInDeclarationOrder) {
 TEST(Settings, PrintSwitchDoesNotCollide) {
     // The diagnostic switch must neither contain nor be contained in a real one.
     std::vector<std::string> switches = KnownSwitches();
-    EXPECT_EQ(switches.size(), 41u + 5u + 1u);  // settings, run extras, /print_settings
+    EXPECT_EQ(switches.size(), 41u + 6u + 1u);  // settings, run extras, /print_settings
     std::string p = kPrintSettingsSwitch;
     for (const std::string& s : switches) {
         if (s == p) continue;

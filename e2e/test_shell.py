@@ -177,9 +177,21 @@ class Shell(E2ETest):
     @unittest.skipUnless(shutil.which("xvfb-run"), "needs xvfb-run")
     def test_display_modes_logged_with_a_display(self):
         inst = self.install()
-        r = subprocess.run(["xvfb-run", "-a", "-s", "-screen 0 1024x768x24", inst.path("ardentium"), "/display_gui=1"],
-                           cwd=inst.work_dir, capture_output=True, text=True, timeout=60)
-        self.assertEqual(r.returncode, 2, r.stderr)  # no launcher in this build yet
+        # The launcher opens on the display; a stop signal closes it once it is up.
+        state = os.path.join(inst.root, "state.txt")
+        p = subprocess.Popen(["xvfb-run", "-a", "-s", "-screen 0 1024x768x24", inst.path("ardentium"),
+                              "/display_gui=1", "/launcher_state=" + state],
+                             cwd=inst.work_dir, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        deadline = time.time() + 60
+        while not os.path.exists(state) and p.poll() is None and time.time() < deadline:
+            time.sleep(0.2)
+        launcher_pid = [int(pid) for pid in subprocess.run(["pgrep", "-P", str(p.pid), "ardentium"],
+                                                           capture_output=True, text=True).stdout.split()]
+        for pid in launcher_pid:
+            os.kill(pid, signal.SIGTERM)
+        _, err = p.communicate(timeout=60)
+        self.assertTrue(launcher_pid, err)
+        self.assertEqual(p.returncode, 0, err)
         modes = [m for m in inst.messages() if m.startswith("Display modes:")]
         self.assertGreaterEqual(len(modes), 2)
         self.assertRegex(modes[0], r"^Display modes: \d+x\d+ \(\d+bpp\) @ \d+Hz$")

@@ -8,7 +8,8 @@ mode=${1:-linux}
 
 linux_pkgs=(build-essential cmake ninja-build pkg-config python3 libirrlicht-dev libstb-dev libsdl2-dev
             libegl-dev libgl-dev libgles-dev libgl1-mesa-dri libegl-mesa0 libgtest-dev libgmock-dev googletest libbenchmark-dev libbullet-dev
-            fonts-liberation libfontconfig-dev libopenal-dev libvorbis-dev sox xvfb xauth xdotool x11-utils)
+            fonts-liberation libfontconfig-dev libopenal-dev libvorbis-dev sox xvfb xauth xdotool x11-utils
+            libimgui-dev libcurl4-openssl-dev)
 win_pkgs=(g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 dpkg-dev)
 # Sanitizer and fuzz builds of the tests.
 test_pkgs=(clang libclang-rt-14-dev)

@@ -39,14 +39,16 @@ declare -A SOURCE_PACKAGE=(
     [irrxml]=irrlicht
     [ogg]=libogg
     [vorbis]=libvorbis
+    [imgui]=imgui
 )
 declare -A RECIPE=(
     [irrxml]=1
     [ogg]=1
     [vorbis]=1
+    [imgui]=1
 )
 # In build order: vorbis is built against the ogg installed before it.
-ALL_LIBRARIES=(irrxml ogg vorbis)
+ALL_LIBRARIES=(irrxml ogg vorbis imgui)
 
 # ------------------------------------------------------------------ helpers
 
@@ -342,6 +344,40 @@ int main(int argc, char** argv) {
 EOF
     logged "$log" "$CC" -O1 -I"$out/include" "$src/vorbis-check.c" -L"$out/lib" -lvorbisfile -lvorbis -logg -lm \
         -static -o "$src/vorbis-check.exe"
+}
+
+# Dear ImGui: the core and the Win32 + OpenGL 3 back-ends of the launcher, as
+# one static library. Debian's copy takes its font rasteriser and rectangle
+# packer from the stb headers, which are portable and come from the build
+# machine's libstb-dev (the stb functions are compiled into the archive).
+build_imgui() {
+    local src=$1 out=$2 log=$3
+    local stb=/usr/include/stb
+    [ -f "$stb/stb_truetype.h" ] || die "stb headers missing in $stb (apt-get install libstb-dev)"
+    local objs=() f
+    printf '%s\n' '#define STB_TRUETYPE_IMPLEMENTATION' '#define STB_RECT_PACK_IMPLEMENTATION' \
+        '#include <stb_rect_pack.h>' '#include <stb_truetype.h>' >"$src/imgui-stb.c"
+    logged "$log" "$CC" "${CFLAGS_COMMON[@]}" -I"$stb" -c "$src/imgui-stb.c" -o "$src/imgui-stb.o"
+    objs+=("$src/imgui-stb.o")
+    for f in imgui imgui_draw imgui_tables imgui_widgets backends/imgui_impl_win32 backends/imgui_impl_opengl3; do
+        logged "$log" "$CXX" "${CFLAGS_COMMON[@]}" -I"$src" -I"$stb" -c "$src/$f.cpp" -o "$src/$(basename "$f").o"
+        objs+=("$src/$(basename "$f").o")
+    done
+    mkdir -p "$out/lib"
+    rm -f "$out/lib/libimgui.a"
+    logged "$log" "$AR" rcs "$out/lib/libimgui.a" "${objs[@]}"
+    rm -rf "$out/include/imgui"
+    mkdir -p "$out/include/imgui/backends"
+    cp "$src"/*.h "$out/include/imgui/"
+    cp "$src"/backends/imgui_impl_win32.h "$src"/backends/imgui_impl_opengl3*.h "$out/include/imgui/backends/"
+    # Link a window-less user of the archive, as the launcher does.
+    printf '%s\n' '#include <imgui.h>' '#include <backends/imgui_impl_win32.h>' '#include <backends/imgui_impl_opengl3.h>' \
+        'int main() {' '    ImGui::CreateContext();' '    unsigned char* pixels = nullptr;' '    int w = 0, h = 0;' \
+        '    ImGui::GetIO().Fonts->GetTexDataAsRGBA32(&pixels, &w, &h);' '    ImGui::DestroyContext();' \
+        '    return (pixels && w > 0 && h > 0 && &ImGui_ImplWin32_Init && &ImGui_ImplOpenGL3_Init) ? 0 : 1;' '}' \
+        >"$src/imgui-check.cpp"
+    logged "$log" "$CXX" -O1 -I"$out/include/imgui" -I"$stb" "$src/imgui-check.cpp" -L"$out/lib" -limgui \
+        -lopengl32 -lgdi32 -ldwmapi -limm32 -static -o "$src/imgui-check.exe"
 }
 
 # ------------------------------------------------------------------- driver

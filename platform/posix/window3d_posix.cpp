@@ -11,6 +11,7 @@
 #include <csignal>
 #include <mutex>
 
+#include "platform/gui_window.h"
 #include "platform/platform.h"
 
 namespace platform {
@@ -234,8 +235,18 @@ void InstallStopRequestHandlers() {
     sigaction(SIGTERM, &sa, nullptr);
 }
 
+bool TakeStopRequest() {
+    if (!gStopSignal) return false;
+    gStopSignal = 0;
+    return true;
+}
+
 void RunUiLoop(UiEvents& events) {
     unsigned char keyState[256];
+    // Each loop ends on the quit posted for it (a launcher runs one loop per run).
+    struct ConsumeQuit {
+        ~ConsumeQuit() { gQuit = false; }
+    } consume;
     while (!gQuit) {
         if (gStopSignal) {
             gStopSignal = 0;

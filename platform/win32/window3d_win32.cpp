@@ -8,15 +8,14 @@
 #include <atomic>
 #include <mutex>
 
+#include "platform/gui_window.h"
 #include "platform/win32/resource_ids.h"
+#include "platform/win32/ui_messages.h"
 
 namespace platform {
 
 namespace {
 
-constexpr UINT kMsgApplyTitle = WM_APP + 1;
-constexpr UINT kMsgThreadClose = WM_APP + 2;
-constexpr UINT kMsgThreadEscape = WM_APP + 3;
 
 UiEvents* gEvents = nullptr;
 DWORD gUiThread = 0;
@@ -279,6 +278,12 @@ void WaitServingSentMessages(unsigned ms) {
 void InstallStopRequestHandlers() {
     gUiThread = GetCurrentThreadId();
     SetConsoleCtrlHandler(ConsoleStop, TRUE);
+}
+
+bool TakeStopRequest() {
+    // (HWND)-1: only the messages posted to the thread itself.
+    MSG msg;
+    return PeekMessageW(&msg, reinterpret_cast<HWND>(-1), kMsgThreadEscape, kMsgThreadEscape, PM_REMOVE) != 0;
 }
 
 void RunUiLoop(UiEvents& events) {

@@ -1,0 +1,217 @@
+// The GUI window on Windows: a Win32 window with a WGL context, driven by
+// the GUI library's Win32 and OpenGL 3 back-ends.
+#include "platform/gui_window.h"
+
+#include <windows.h>
+#include <GL/gl.h>
+#include <imgui.h>
+#include <backends/imgui_impl_opengl3.h>
+#include <backends/imgui_impl_win32.h>
+
+#include <algorithm>
+
+#include "platform/win32/ui_messages.h"
+
+// Declared by the back-end's header only for code that asks for it.
+extern IMGUI_IMPL_API LRESULT ImGui_ImplWin32_WndProcHandler(HWND hWnd, UINT msg, WPARAM wParam, LPARAM lParam);
+
+namespace platform {
+
+namespace {
+
+constexpr wchar_t kClassName[] = L"ArdentiumLauncher";
+bool gCloseAsked = false;
+
+LRESULT CALLBACK GuiProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
+    if (ImGui_ImplWin32_WndProcHandler(hwnd, msg, wp, lp)) return 1;
+    switch (msg) {
+        case WM_CLOSE: gCloseAsked = true; return 0;
+        case WM_SYSCOMMAND:
+            if ((wp & 0xfff0) == SC_KEYMENU) return 0;  // Alt alone must not freeze the GUI in a menu loop
+            break;
+        default: break;
+    }
+    return DefWindowProcW(hwnd, msg, wp, lp);
+}
+
+class Win32GuiWindow : public GuiWindow {
+public:
+    Win32GuiWindow(HWND hwnd, HDC dc, HGLRC rc) : hwnd_(hwnd), dc_(dc), rc_(rc) {}
+    ~Win32GuiWindow() override {
+        wglMakeCurrent(dc_, rc_);
+        ImGui_ImplOpenGL3_Shutdown();
+        ImGui_ImplWin32_Shutdown();
+        wglMakeCurrent(nullptr, nullptr);
+        wglDeleteContext(rc_);
+        ReleaseDC(hwnd_, dc_);
+        DestroyWindow(hwnd_);
+    }
+
+    bool BeginFrame() override {
+        bool open = true;
+        if (TakeStopRequest()) open = false;
+        // Idle: wait a little for input rather than spin.
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 30, QS_ALLINPUT);
+        MSG msg;
+        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+            if (msg.message == WM_QUIT || (msg.hwnd == nullptr && msg.message == kMsgThreadEscape)) open = false;
+            TranslateMessage(&msg);
+            DispatchMessageW(&msg);
+        }
+        if (TakeStopRequest()) open = false;
+        if (gCloseAsked) {
+            gCloseAsked = false;
+            open = false;
+        }
+        wglMakeCurrent(dc_, rc_);
+        ImGui_ImplOpenGL3_NewFrame();
+        ImGui_ImplWin32_NewFrame();
+        ImGui::NewFrame();
+        return open;
+    }
+
+    void EndFrame() override {
+        ImGui::Render();
+        RECT r;
+        GetClientRect(hwnd_, &r);
+        const int w = r.right - r.left, h = r.bottom - r.top;
+        glViewport(0, 0, w, h);
+        glClearColor(0.08f, 0.09f, 0.11f, 1.0f);
+        glClear(GL_COLOR_BUFFER_BIT);
+        ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
+        // Read before the swap: the back buffer is undefined after it.
+        if (wantRead_ && w > 0 && h > 0) {
+            lastW_ = w;
+            lastH_ = h;
+            lastFrame_.assign(static_cast<size_t>(w) * static_cast<size_t>(h) * 4, '\0');
+            glPixelStorei(GL_PACK_ALIGNMENT, 1);
+            glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, &lastFrame_[0]);
+            wantRead_ = false;
+            haveFrame_ = true;
+        }
+        SwapBuffers(dc_);
+    }
+
+    void SetClientSize(int width, int height) override {
+        const DWORD style = static_cast<DWORD>(GetWindowLongW(hwnd_, GWL_STYLE));
+        RECT r = {0, 0, width, height};
+        AdjustWindowRect(&r, style, FALSE);
+        const int sw = GetSystemMetrics(SM_CXSCREEN), sh = GetSystemMetrics(SM_CYSCREEN);
+        const int w = std::min<int>(r.right - r.left, sw), h = std::min<int>(r.bottom - r.top, sh);
+        SetWindowPos(hwnd_, nullptr, std::max(0, (sw - w) / 2), std::max(0, (sh - h) / 2), w, h,
+                     SWP_NOZORDER | SWP_NOACTIVATE);
+    }
+
+    void Show() override {
+        ShowWindow(hwnd_, SW_SHOW);
+        SetForegroundWindow(hwnd_);
+    }
+    void Hide() override { ShowWindow(hwnd_, SW_HIDE); }
+
+    void CaptureNextFrame() override {
+        wantRead_ = true;
+        haveFrame_ = false;
+    }
+
+    bool TakeCapturedFrame(std::string* rgba, int* width, int* height) override {
+        if (!haveFrame_ || lastW_ <= 0 || lastH_ <= 0) return false;
+        haveFrame_ = false;
+        const size_t row = static_cast<size_t>(lastW_) * 4;
+        rgba->resize(lastFrame_.size());
+        for (int y = 0; y < lastH_; ++y)
+            std::copy(lastFrame_.begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(lastH_ - 1 - y)),
+                      lastFrame_.begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(lastH_ - y)),
+                      rgba->begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(y)));
+        *width = lastW_;
+        *height = lastH_;
+        return true;
+    }
+
+    void ClientOrigin(int* x, int* y) const override {
+        POINT p = {0, 0};
+        ClientToScreen(hwnd_, &p);
+        *x = p.x;
+        *y = p.y;
+    }
+
+    float DpiScale() const override {
+        const int dpi = GetDeviceCaps(dc_, LOGPIXELSY);
+        float scale = dpi > 0 ? static_cast<float>(dpi) / 96.0f : 1.0f;
+        return std::max(1.0f, std::min(scale, 3.0f));
+    }
+
+private:
+    HWND hwnd_;
+    HDC dc_;
+    HGLRC rc_;
+    bool wantRead_ = false;
+    bool haveFrame_ = false;
+    std::string lastFrame_;
+    int lastW_ = 0, lastH_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<GuiWindow> CreateGuiWindow(const char* title, int width, int height, std::string* error) {
+    HINSTANCE inst = GetModuleHandleW(nullptr);
+    static bool registered = false;
+    if (!registered) {
+        WNDCLASSEXW wc = {};
+        wc.cbSize = sizeof wc;
+        wc.style = CS_OWNDC;
+        wc.lpfnWndProc = GuiProc;
+        wc.hInstance = inst;
+        wc.hCursor = LoadCursorW(nullptr, reinterpret_cast<LPCWSTR>(IDC_ARROW));
+        wc.lpszClassName = kClassName;
+        registered = RegisterClassExW(&wc) != 0;
+        if (!registered) {
+            *error = "the launcher's window class cannot be registered";
+            return nullptr;
+        }
+    }
+    RECT r = {0, 0, width, height};
+    const DWORD style = WS_OVERLAPPEDWINDOW;
+    AdjustWindowRect(&r, style, FALSE);
+    wchar_t wideTitle[256];
+    MultiByteToWideChar(CP_UTF8, 0, title, -1, wideTitle, 256);
+    const int w = r.right - r.left, h = r.bottom - r.top;
+    const int x = std::max(0, (GetSystemMetrics(SM_CXSCREEN) - w) / 2);
+    const int y = std::max(0, (GetSystemMetrics(SM_CYSCREEN) - h) / 2);
+    HWND hwnd = CreateWindowExW(0, kClassName, wideTitle, style, x, y, w, h, nullptr, nullptr, inst, nullptr);
+    if (!hwnd) {
+        *error = "the launcher's window cannot be created";
+        return nullptr;
+    }
+    HDC dc = GetDC(hwnd);
+    PIXELFORMATDESCRIPTOR pfd = {};
+    pfd.nSize = sizeof pfd;
+    pfd.nVersion = 1;
+    pfd.dwFlags = PFD_DRAW_TO_WINDOW | PFD_SUPPORT_OPENGL | PFD_DOUBLEBUFFER;
+    pfd.iPixelType = PFD_TYPE_RGBA;
+    pfd.cColorBits = 32;
+    pfd.cAlphaBits = 8;
+    const int format = ChoosePixelFormat(dc, &pfd);
+    HGLRC rc = nullptr;
+    if (format == 0 || !SetPixelFormat(dc, format, &pfd) || !(rc = wglCreateContext(dc)) || !wglMakeCurrent(dc, rc)) {
+        *error = "no OpenGL context for the launcher's window";
+        if (rc) wglDeleteContext(rc);
+        ReleaseDC(hwnd, dc);
+        DestroyWindow(hwnd);
+        return nullptr;
+    }
+    const bool platformUp = ImGui_ImplWin32_Init(hwnd);
+    if (!platformUp || !ImGui_ImplOpenGL3_Init("#version 130")) {
+        *error = "the GUI cannot draw with this OpenGL context";
+        if (platformUp) ImGui_ImplWin32_Shutdown();
+        wglMakeCurrent(nullptr, nullptr);
+        wglDeleteContext(rc);
+        ReleaseDC(hwnd, dc);
+        DestroyWindow(hwnd);
+        return nullptr;
+    }
+    ShowWindow(hwnd, SW_SHOW);
+    UpdateWindow(hwnd);
+    return std::make_unique<Win32GuiWindow>(hwnd, dc, rc);
+}
+
+}  // namespace platform
