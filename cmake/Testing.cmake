@@ -57,9 +57,14 @@ else()
   set(ARD_GTEST_LIBS GTest::gtest GTest::gtest_main GTest::gmock)
 endif()
 
-# ard_add_unit_test(NAME src... LIBS lib...)
+# ard_add_unit_test(NAME [READS_EVENT_LOG] src... LIBS lib...)
+#
+# READS_EVENT_LOG: the tests check lines of the event log, which every test
+# process truncates in its working folder when it starts. Such a program runs
+# in a folder of its own, one case at a time, so no other test empties the
+# log under it.
 function(ard_add_unit_test name)
-  cmake_parse_arguments(T "" "" "LIBS" ${ARGN})
+  cmake_parse_arguments(T "READS_EVENT_LOG" "" "LIBS" ${ARGN})
   add_executable(${name} ${T_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE ${T_LIBS} ${ARD_GTEST_LIBS} ${ARD_STATIC_RUNTIME})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
@@ -75,6 +80,13 @@ function(ard_add_unit_test name)
       add_test(NAME ${name} COMMAND ${name} --gtest_brief=1 WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
     endif()
   else()
-    gtest_discover_tests(${name} WORKING_DIRECTORY ${CMAKE_BINARY_DIR} DISCOVERY_TIMEOUT 30)
+    if(T_READS_EVENT_LOG)
+      set(_dir ${CMAKE_BINARY_DIR}/test-logs/${name})
+      file(MAKE_DIRECTORY ${_dir})
+      gtest_discover_tests(${name} WORKING_DIRECTORY ${_dir} DISCOVERY_TIMEOUT 30
+                           PROPERTIES RESOURCE_LOCK ${name}_event_log)
+    else()
+      gtest_discover_tests(${name} WORKING_DIRECTORY ${CMAKE_BINARY_DIR} DISCOVERY_TIMEOUT 30)
+    endif()
   endif()
 endfunction()
