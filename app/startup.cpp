@@ -13,11 +13,19 @@
 #include "platform/platform.h"
 #include "runner/catalogue.h"
 #include "runner/run3d.h"
+#include "scenes/amark/amark_gl4.h"
 #include "scenes/fur/fur_factory.h"
 
 
 
 namespace {
+
+// The test table's objects: the OpenGL 4 class is the benchmark, every other
+// class a fur back-end.
+std::unique_ptr<cLm4DDemo> CreateTestObject(DemoClass demoClass) {
+    if (demoClass == DemoClass::OpenGL4) return std::make_unique<cLm4DDemo_OpenGL_4>();
+    return CreateFurDemo(demoClass);
+}
 
 // How often the monitor thread reads the sensors, and so how often the
 // temperature history and log take a sample.
@@ -65,7 +73,7 @@ void StartDirectly() {
     const bool headless = gRunExtras.headless || !platform::HasDisplay();
     if (StartsThrough3DWindow(test)) {
         Run3DServices services;
-        services.createDemo = CreateFurDemo;
+        services.createDemo = CreateTestObject;
         services.firstGpuTemperature = [](double* celsius) {
             if (!monitor::GpuTemperatureSourcePresent()) return false;
             *celsius = monitor::FirstGpuTemperature();

@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/render_target.h"
 
@@ -58,6 +60,9 @@ public:
     virtual bool AmarkFinished() const { return false; }
     virtual void LogStageResults() {}
     virtual double FinalScore() const { return 0.0; }
+    // The finished benchmark's sub-scores and rates, by name, for the
+    // results file and the summary line.
+    virtual std::vector<std::pair<std::string, double>> ScoreBreakdown() const { return {}; }
     // The P key hands the benchmark object the keyboard state (256 bytes).
     virtual void CopyKeyboardState(const unsigned char* state) {}
 

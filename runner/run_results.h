@@ -29,6 +29,9 @@ struct RunResults {
     double seconds = 0.0;       // length of the measured phase
     int minFps = 0, avgFps = 0, maxFps = 0;
     int score = 0;              // a finished benchmark's score
+    // A finished benchmark's sub-scores and rates by name (the OpenGL 4
+    // benchmark's GraphX, PhysX, Combined and AScore); empty for the others.
+    std::vector<std::pair<std::string, double>> subScores;
     std::vector<int> fpsSeries; // one sample per measuring interval of about a second
     FrameTimeHistogram frameTimes;
 };
