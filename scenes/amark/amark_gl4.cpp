@@ -616,6 +616,7 @@ void cLm4DDemo_OpenGL_4::DrawStage(int stage) {
 }
 
 void cLm4DDemo_OpenGL_4::DrawOverlayExtras() {
+    if (!AtomicLoad(StartupOptions.display_visual_indicators)) return;
     const int h = ViewHeight();
     char line[160];
     const Color4 white{1.0f, 1.0f, 1.0f, 1.0f}, amber{1.0f, 0.8f, 0.3f, 1.0f};
