@@ -303,6 +303,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
             const double f = demo->FinalScore();
             s.score = std::isfinite(f) && f >= 0.0 && f < 2147483647.0 ? static_cast<int>(f) : 0;
             r.subScores = demo->ScoreBreakdown();
+            r.stages = demo->StageResults();
         } else {
             s.score = static_cast<int>(s.benchmark_frames.load());
         }

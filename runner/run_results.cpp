@@ -150,6 +150,19 @@ std::string ResultsJson(const RunResults& r, const ResultsContext& c) {
                    (std::isfinite(r.subScores[i].second) ? JsonNumber(r.subScores[i].second, "%.3f") : "null");
         field("sub_scores", sub + "}");
     }
+    if (!r.stages.empty()) {
+        std::string st = "[";
+        for (size_t i = 0; i < r.stages.size(); ++i) {
+            const StageResult& x = r.stages[i];
+            st += std::string(i ? ", " : "") + "{\"name\": " + JsonText(x.name) +
+                  ", \"active\": " + (x.active ? "true" : "false") + ", \"frames\": " + std::to_string(x.frames) +
+                  ", \"avg_fps\": " + std::to_string(x.avgFps) + ", \"sim_cloth\": " + std::to_string(x.clothSteps) +
+                  ", \"sim_fluid\": " + std::to_string(x.fluidSteps) + ", \"render_thread_cpu_ms_per_frame\": " +
+                  (x.renderCpuMsPerFrame >= 0.0 ? JsonNumber(x.renderCpuMsPerFrame, "%.4f") : "null") +
+                  ", \"frame_ms\": " + (x.frameMs >= 0.0 ? JsonNumber(x.frameMs, "%.4f") : "null") + "}";
+        }
+        field("stages", st + "]");
+    }
     std::string errors = "[";
     for (size_t i = 0; i < c.errors.size(); ++i) errors += (i ? ", " : "") + JsonText(c.errors[i]);
     field("errors", errors + "]", true);

@@ -29,6 +29,7 @@ public:
     void LogStageResults() override;
     double FinalScore() const override { return scores_.ascore; }
     std::vector<std::pair<std::string, double>> ScoreBreakdown() const override;
+    std::vector<StageResult> StageResults() const override;
 
     // What the run has counted so far (tests and the bench read them).
     const amark::StageRecord* Stages() const { return stages_; }
@@ -80,6 +81,15 @@ private:
     // Frames handed to the device, oldest first, with the stage each was
     // drawn for (-1: not counted); popped as their fences signal.
     std::deque<int> inFlight_;
+    // Per stage: frames handed over, the render thread's processor time and
+    // the wall time spent on them.
+    struct StageCost {
+        int submitted = 0;
+        double cpuSeconds = 0.0, wallSeconds = 0.0;
+    };
+    StageCost cost_[amark::kStageCount];
+    double lastCpu_ = -1.0;
+    int64_t lastWall_ = 0;
     uint64_t finishedSeen_ = 0;
 
     sim::Simulation physics_;
