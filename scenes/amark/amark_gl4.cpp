@@ -427,13 +427,14 @@ void cLm4DDemo_OpenGL_4::UpdateParticleBuffer() {
 
 void cLm4DDemo_OpenGL_4::SetCamera(int stage) {
     const float t = elapsed_;
-    float radius = 14.0f, height = 5.0f, speed = 0.12f;
+    float radius = 14.0f, height = 5.0f, speed = 0.12f, start = 0.6f;
     m3d::Vec3 target{0.0f, 1.0f, 0.0f};
     m3d::Vec3 lightCenter{0.0f, 0.0f, 0.0f};
     float lightExtent = 16.0f;
     switch (stage) {
         case amark::kPhysxStage:
-            radius = 7.0f, height = 2.8f, speed = 0.08f, target = {0.0f, 1.3f, 0.0f}, lightExtent = 6.0f;
+            // From behind the pole the wind carries the flag across the view.
+            radius = 7.0f, height = 2.8f, speed = 0.05f, start = 2.7f, target = {0.0f, 1.3f, 0.0f}, lightExtent = 6.0f;
             break;
         case amark::kInstancingStage:
             radius = 21.0f, height = 9.0f, speed = 0.05f, target = {0.0f, 2.5f, 0.0f}, lightExtent = 19.0f;
@@ -443,7 +444,7 @@ void cLm4DDemo_OpenGL_4::SetCamera(int stage) {
             break;
         default: break;
     }
-    const float a = 0.6f + t * speed;
+    const float a = start + t * speed;
     eye_ = m3d::Vec3{std::sin(a) * radius, height, std::cos(a) * radius};
     const float aspect = ViewHeight() > 0 ? static_cast<float>(ViewWidth()) / static_cast<float>(ViewHeight()) : 1.0f;
     viewProj_ = m3d::Perspective(60.0f, aspect, 0.1f, 120.0f) * m3d::LookAt(eye_, target, {0.0f, 1.0f, 0.0f});
