@@ -175,7 +175,7 @@ bool cLm4DDemo_OpenGL_4::InitGl4() {
     }
     // Asteroid: a coarse sphere, lumped by a fixed random field.
     {
-        Mesh rock = MakeSphere(1.0f, 10, 7);
+        Mesh rock = MakeSphere(1.0f, 8, 6);
         std::mt19937 rng(2011);
         std::uniform_real_distribution<float> bump(0.75f, 1.15f);
         const size_t verts = rock.VertexCount();
