@@ -632,7 +632,8 @@ void cLm4DDemo_OpenGL_4::DrawStage(int stage) {
 
 void cLm4DDemo_OpenGL_4::DrawOverlayExtras() {
     if (!AtomicLoad(StartupOptions.display_visual_indicators)) return;
-    const int h = ViewHeight();
+    // Bottom middle: between the maker logo and the API logo.
+    const int h = ViewHeight(), x = std::max(10, ViewWidth() / 2 - 150);
     char line[160];
     const Color4 white{1.0f, 1.0f, 1.0f, 1.0f}, amber{1.0f, 0.8f, 0.3f, 1.0f};
     if (benchmark_ && !started_) {
@@ -642,12 +643,12 @@ void cLm4DDemo_OpenGL_4::DrawOverlayExtras() {
         const float left = started_ ? sequencer_.TimeLeft(benchmarkTime_) : 0.0f;
         std::snprintf(line, sizeof line, "%s - time left: %.1f s", amark::kStageNames[s], static_cast<double>(left));
     }
-    DrawText(10, h - 62, amber, line);
+    DrawText(x, h - 62, amber, line);
     std::snprintf(line, sizeof line, "%s", physicsUp_ && physics_.UsesGpu() ? "GPU PhysX" : "CPU PhysX");
-    DrawText(10, h - 44, white, line);
+    DrawText(x, h - 44, white, line);
     if (physicsUp_) {
         std::snprintf(line, sizeof line, "PhysX fluid: %d particles", physics_.LiveParticles());
-        DrawText(10, h - 26, white, line);
+        DrawText(x, h - 26, white, line);
     }
 }
 
