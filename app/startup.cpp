@@ -14,6 +14,7 @@
 #include "platform/platform.h"
 #include "runner/catalogue.h"
 #include "runner/run3d.h"
+#include "scenes/amark/amark_gl4.h"
 #include "scenes/fur/fur_factory.h"
 #if ARD_HAVE_LAUNCHER
 #include "launcher/launcher.h"
@@ -22,6 +23,13 @@
 
 
 namespace {
+
+// The test table's objects: the OpenGL 4 class is the benchmark, every other
+// class a fur back-end.
+std::unique_ptr<cLm4DDemo> CreateTestObject(DemoClass demoClass) {
+    if (demoClass == DemoClass::OpenGL4) return std::make_unique<cLm4DDemo_OpenGL_4>();
+    return CreateFurDemo(demoClass);
+}
 
 // How often the monitor thread reads the sensors, and so how often the
 // temperature history and log take a sample.
@@ -69,7 +77,7 @@ void TellCouldNotStart(const std::string& text) {
 
 Run3DServices RunServices() {
     Run3DServices services;
-    services.createDemo = CreateFurDemo;
+    services.createDemo = CreateTestObject;
     services.firstGpuTemperature = [](double* celsius) {
         if (!monitor::GpuTemperatureSourcePresent()) return false;
         *celsius = monitor::FirstGpuTemperature();
@@ -110,13 +118,15 @@ void StartDirectly() {
 
 #if ARD_HAVE_LAUNCHER
 // The tests whose objects this build has: the fur test through OpenGL 2 and
-// 3 everywhere, and through Direct3D in the Windows build.
+// 3 and the OpenGL 4 benchmark everywhere, and the fur test through Direct3D
+// in the Windows build.
 bool BuildCanRun(int test3d, int api3d) {
     DemoChoice choice;
-    if (!ChooseDemo(test3d, api3d, &choice) || choice.amarkMode) return false;
+    if (!ChooseDemo(test3d, api3d, &choice)) return false;
     switch (choice.demoClass) {
         case DemoClass::OpenGL2:
-        case DemoClass::OpenGL3: return true;
+        case DemoClass::OpenGL3:
+        case DemoClass::OpenGL4: return true;
 #if defined(_WIN32)
         case DemoClass::D3D9:
         case DemoClass::D3D10:

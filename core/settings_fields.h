@@ -268,6 +268,8 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     R(Flags6,   reserved_benchmark_flags, (std::array<bool, 6>{true, true, true, false, false, false})) \
     R(Float2,   reserved_benchmark_floats, (std::array<float, 2>{0.5f, 0.5f})) \
     R(int16_t,  reserved_benchmark_short, 0) \
+    F(int32_t,  amark_preset,         4,              AnyValue,         NoFile,                      Direct(42, "/amark_preset="),            Help("N", "OpenGL 4 benchmark preset: 1 entry, 2 normal, 3 extreme, 4 or 5 competition, other numbers demo mode")) \
+    F(int32_t,  amark_stage_mask,     31,             Within(0, 31),    NoFile,                      Direct(43, "/amark_stages="),            Help("MASK", "for tests: OpenGL 4 benchmark stages to run, bit 0 = stage 1 ... bit 4 = stage 5; the others are marked not active")) \
     F(int32_t,  fractal_flame_particles, 2000000,     AnyValue,         NoFile,                      Scratch(40, "/fractal_flame_particles", kReset), Help("N", "particle count of the fractal flame test")) \
     F(std::string, submit_score_user_email, "",       AnyValue,         File(33, 33),                NoSwitch,                                NoHelp) \
     F(bool,     enable_gpuz_bridge,   false,          AnyValue,         File(34, 34),                Flag01(41, "/enable_gpuz_bridge"),       Help("0|1", "take GPU 1's core clock, memory clock and voltage (and a temperature no interface reads) from GPU-Z while it runs")) \
@@ -279,6 +281,7 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     X(bool,        headless,        "/headless",        false, Help("", "draw offscreen, without a window (automatic on Linux without a display); Ctrl+C or SIGTERM ends the run")) \
     X(std::string, screenshotPath,  "/screenshot=",     "",    Help("PATH", "save the run's last frame as a PNG image")) \
     X(float,       animationTime,   "/animation_time=", -1.0f, Help("SECONDS", "hold the scene's animation at that time (same picture on every API and card)")) \
+    X(float,       amarkStageSeconds, "/amark_stage_seconds=", -1.0f, Help("SECONDS", "meant for tests only: every OpenGL 4 benchmark stage lasts SECONDS instead of its planned 20 or 50 s (scores are then not comparable)")) \
     X(std::string, resultsJsonPath, "/results_json=",   "",    Help("PATH", "write the run's result (frames, FPS, frame times, sensors, errors) as JSON to PATH")) \
     X(bool,        listGpus,        "/list_gpus",       false, Help("", "list the GPUs, how each is read and its current sensor readings on standard output, then exit")) \
     X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)"))

@@ -164,6 +164,33 @@ class WindowsBuild(unittest.TestCase):
         self.assertLess(off.get("core_clock_mhz", {"max": 0})["max"], 1500)
         self.assertNotIn("GPU-Z bridge: GPU 1's clocks and voltage now come from GPU-Z.", inst.messages())
 
+    def test_opengl_4_benchmark_through_wgl(self):
+        # Short stages (a test setting) keep llvmpipe under Wine within seconds.
+        display = start_xvfb(self)
+        inst = self.install()
+        res = inst.run("/display_gui=0", "/test3d=2206", "/width=320", "/height=200", "/amark_preset=1",
+                       "/amark_stage_seconds=1.5", "/dmsize=256", "/no_music", "/log_score", "/no_visual_indicators",
+                       "/render_a_logo=0", "/render_vxa_logo=0", "/screenshot=shot.png", display=display, timeout=400)
+        self.assertEqual(res.returncode, 0, res.stderr)
+        msgs = inst.messages()
+        self.assertTrue(any(m.startswith("OpenGL 4 (") and m.endswith(") context with core profile init ok.")
+                            for m in msgs), msgs)
+        self.assertIn("AMark Entry preset", msgs)
+        self.assertIn("Main render thread - benchmark finished - exit ok.", msgs)
+        for name in ("GraphX score", "PhysX score", "Combined score", "AScore"):
+            self.assertTrue(any(m.startswith(name + ": ") and m.endswith(" points") for m in msgs), name)
+        stages = [m for m in msgs if " frames, " in m and " avg FPS" in m]
+        self.assertEqual(len(stages), 5, msgs[-20:])
+        for line in stages:
+            self.assertGreater(int(line.split(" - ")[1].split()[0]), 0, line)
+        with open(os.path.join(inst.program_dir, "Ardentium_Scores.csv"), "rb") as f:
+            rows = f.read().split(b"\r\n")
+        self.assertTrue(rows[1].startswith(b"AMark GL4 CPU PhysX,"), rows[1])
+        # The combined stage's last frame: many colours, not one flat fill.
+        width, height, pixels = read_png(os.path.join(inst.work_dir, "shot.png"))
+        colours = {(r // 16, g // 16, b // 16) for row in pixels for (r, g, b) in row}
+        self.assertGreater(len(colours), 40)
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -234,6 +234,16 @@ private:
                 if (ImGui::Combo("Object", &object, kFurryNames, 5)) StartupOptions.furry_object = object + 1;
                 Track("furry_object");
             }
+            if (t->test3d == 2205 || t->test3d == 2206 || (t->test3d == 0 && t->api3d == 4)) {
+                // The benchmark's presets; any other number is its demo mode.
+                static const char* const kPresets[] = {"1: entry", "2: normal", "3: extreme",
+                                                       "4: competition", "5: competition", "demo mode"};
+                int preset = StartupOptions.amark_preset >= 1 && StartupOptions.amark_preset <= 5
+                                 ? StartupOptions.amark_preset - 1
+                                 : 5;
+                if (ImGui::Combo("Preset", &preset, kPresets, 6)) StartupOptions.amark_preset = preset < 5 ? preset + 1 : 0;
+                Track("amark_preset");
+            }
             if (t->renderThread && t->api3d != 4) {
                 ImGui::Spacing();
                 ImGui::TextDisabled("Custom images (256 to 1024 pixels a side; empty: the built-in ones)");

@@ -134,6 +134,9 @@ int64_t FineCounterFrequency();
 // Gives up the processor for at least `ms` milliseconds; 0 yields the rest of
 // the time slice.
 void SleepMs(unsigned ms);
+// Processor time the calling thread has used, in seconds (user and system);
+// -1 when the system cannot tell.
+double ThreadCpuSeconds();
 
 // ------------------------------------------------------------------ threads
 

@@ -6,8 +6,11 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/render_target.h"
+#include "runner/run_results.h"
 
 // <windows.h> renames DrawText to DrawTextA; the operation keeps its name
 // whichever header came first.
@@ -58,6 +61,11 @@ public:
     virtual bool AmarkFinished() const { return false; }
     virtual void LogStageResults() {}
     virtual double FinalScore() const { return 0.0; }
+    // The finished benchmark's sub-scores and rates, by name, for the
+    // results file and the summary line.
+    virtual std::vector<std::pair<std::string, double>> ScoreBreakdown() const { return {}; }
+    // A staged benchmark's stages, for the results file.
+    virtual std::vector<StageResult> StageResults() const { return {}; }
     // The P key hands the benchmark object the keyboard state (256 bytes).
     virtual void CopyKeyboardState(const unsigned char* state) {}
 

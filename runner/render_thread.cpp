@@ -1,6 +1,7 @@
 #include "runner/render_thread.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -297,7 +298,12 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         drawn.Drain(false);
         if (demo->api_id == kApiOpenGL4) {
             demo->LogStageResults();
-            s.score = static_cast<int>(demo->FinalScore());
+            // An infinite or oversized score (every sub-score 0) has no
+            // whole-number form: the scores row then holds 0.
+            const double f = demo->FinalScore();
+            s.score = std::isfinite(f) && f >= 0.0 && f < 2147483647.0 ? static_cast<int>(f) : 0;
+            r.subScores = demo->ScoreBreakdown();
+            r.stages = demo->StageResults();
         } else {
             s.score = static_cast<int>(s.benchmark_frames.load());
         }

@@ -75,7 +75,18 @@ std::string SummaryLine(const RunResults& r) {
     std::snprintf(buf, sizeof buf, "Result: %s, %s, %dx%d, %llu frames in %.2f s, FPS min/avg/max %s, %s",
                   r.testName.c_str(), r.apiName.c_str(), r.width, r.height, static_cast<unsigned long long>(r.frames),
                   r.seconds, fps.c_str(), score.c_str());
-    return buf;
+    std::string line = buf;
+    if (r.benchmark && r.finished && !r.deviceLost) {
+        // The sub-scores that make the score, as the event log words them.
+        std::string parts;
+        for (const auto& s : r.subScores) {
+            if (s.first.find("_score") == std::string::npos && s.first != "ascore") continue;
+            std::snprintf(buf, sizeof buf, "%s%s %.1f", parts.empty() ? "" : ", ", s.first.c_str(), s.second);
+            parts += buf;
+        }
+        if (!parts.empty()) line += " (" + parts + ")";
+    }
+    return line;
 }
 
 std::string ResultsJson(const RunResults& r, const ResultsContext& c) {
@@ -131,6 +142,27 @@ std::string ResultsJson(const RunResults& r, const ResultsContext& c) {
     field("low_fps", "{\"1_percent\": " + JsonNumber(h.LowFps(0.01), "%.2f") +
                          ", \"0_1_percent\": " + JsonNumber(h.LowFps(0.001), "%.2f") + "}");
     field("score", r.benchmark && r.finished && !r.deviceLost ? std::to_string(r.score) : "null");
+    if (r.benchmark && r.finished && !r.deviceLost && !r.subScores.empty()) {
+        // JSON has no infinity: a score that is not finite is null.
+        std::string sub = "{";
+        for (size_t i = 0; i < r.subScores.size(); ++i)
+            sub += (i ? ", " : "") + JsonText(r.subScores[i].first) + ": " +
+                   (std::isfinite(r.subScores[i].second) ? JsonNumber(r.subScores[i].second, "%.3f") : "null");
+        field("sub_scores", sub + "}");
+    }
+    if (!r.stages.empty()) {
+        std::string st = "[";
+        for (size_t i = 0; i < r.stages.size(); ++i) {
+            const StageResult& x = r.stages[i];
+            st += std::string(i ? ", " : "") + "{\"name\": " + JsonText(x.name) +
+                  ", \"active\": " + (x.active ? "true" : "false") + ", \"frames\": " + std::to_string(x.frames) +
+                  ", \"avg_fps\": " + std::to_string(x.avgFps) + ", \"sim_cloth\": " + std::to_string(x.clothSteps) +
+                  ", \"sim_fluid\": " + std::to_string(x.fluidSteps) + ", \"render_thread_cpu_ms_per_frame\": " +
+                  (x.renderCpuMsPerFrame >= 0.0 ? JsonNumber(x.renderCpuMsPerFrame, "%.4f") : "null") +
+                  ", \"frame_ms\": " + (x.frameMs >= 0.0 ? JsonNumber(x.frameMs, "%.4f") : "null") + "}";
+        }
+        field("stages", st + "]");
+    }
     std::string errors = "[";
     for (size_t i = 0; i < c.errors.size(); ++i) errors += (i ? ", " : "") + JsonText(c.errors[i]);
     field("errors", errors + "]", true);

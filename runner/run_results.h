@@ -10,6 +10,17 @@
 
 #include "runner/frame_times.h"
 
+// One stage of a benchmark that runs in stages: what it counted, and what
+// its frames cost the render thread.
+struct StageResult {
+    std::string name;
+    bool active = true;
+    int frames = 0, avgFps = 0;
+    int clothSteps = 0, fluidSteps = 0;
+    double renderCpuMsPerFrame = -1.0;  // the render thread's processor time per frame handed over
+    double frameMs = -1.0;              // wall time per frame handed over
+};
+
 struct RunResults {
     std::string testName;  // the catalogue's display name
     std::string apiName;   // "OpenGL 2" ... "Direct3D 11"
@@ -29,6 +40,10 @@ struct RunResults {
     double seconds = 0.0;       // length of the measured phase
     int minFps = 0, avgFps = 0, maxFps = 0;
     int score = 0;              // a finished benchmark's score
+    // A finished benchmark's sub-scores and rates by name (the OpenGL 4
+    // benchmark's GraphX, PhysX, Combined and AScore); empty for the others.
+    std::vector<std::pair<std::string, double>> subScores;
+    std::vector<StageResult> stages;
     std::vector<int> fpsSeries; // one sample per measuring interval of about a second
     FrameTimeHistogram frameTimes;
 };

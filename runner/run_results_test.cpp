@@ -101,4 +101,42 @@ TEST(RunResults, JsonHoldsEveryFieldAndEscapesDriverTexts) {
     EXPECT_NE(ResultsJson(r, c).find("\"score\": null"), std::string::npos);
 }
 
+TEST(RunResults, StagedBenchmarkCarriesSubScoresAndStages) {
+    RunResults r = Finished();
+    r.testName = "AMark GL4 CPU PhysX";
+    r.subScores = {{"graphx_score", 5142.857}, {"graphx_avg_fps", 116.7}, {"physx_score", 0.0},
+                   {"ascore", std::numeric_limits<double>::infinity()}};
+    StageResult fur;
+    fur.name = "GRAPHICS TEST 1 (fur rendering)";
+    fur.frames = 400;
+    fur.avgFps = 20;
+    fur.renderCpuMsPerFrame = 0.25;
+    fur.frameMs = 50.0;
+    StageResult off;
+    off.name = "COMBINED TEST";
+    off.active = false;
+    r.stages = {fur, off};
+    // The summary names the scores, not the rates; infinity as printf words it.
+    const std::string line = SummaryLine(r);
+    EXPECT_NE(line.find("(graphx_score 5142.9, physx_score 0.0, ascore inf)"), std::string::npos) << line;
+    const std::string j = ResultsJson(r, ResultsContext());
+    EXPECT_NE(j.find("\"sub_scores\": {\"graphx_score\": 5142.857, \"graphx_avg_fps\": 116.700, "
+                     "\"physx_score\": 0.000, \"ascore\": null}"),
+              std::string::npos)
+        << j;
+    EXPECT_NE(j.find("{\"name\": \"GRAPHICS TEST 1 (fur rendering)\", \"active\": true, \"frames\": 400, "
+                     "\"avg_fps\": 20, \"sim_cloth\": 0, \"sim_fluid\": 0, "
+                     "\"render_thread_cpu_ms_per_frame\": 0.2500, \"frame_ms\": 50.0000}"),
+              std::string::npos)
+        << j;
+    EXPECT_NE(j.find("\"active\": false, \"frames\": 0, \"avg_fps\": 0, \"sim_cloth\": 0, \"sim_fluid\": 0, "
+                     "\"render_thread_cpu_ms_per_frame\": null, \"frame_ms\": null}"),
+              std::string::npos)
+        << j;
+    // A benchmark stopped before its end has neither.
+    r.finished = false;
+    EXPECT_EQ(ResultsJson(r, ResultsContext()).find("sub_scores"), std::string::npos);
+    EXPECT_EQ(SummaryLine(r).find("ascore"), std::string::npos);
+}
+
 }  // namespace

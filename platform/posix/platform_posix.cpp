@@ -236,6 +236,12 @@ int64_t FineCounter() {
 
 int64_t FineCounterFrequency() { return 1000000000; }
 
+double ThreadCpuSeconds() {
+    struct timespec ts;
+    if (clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts) != 0) return -1.0;
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
 void SleepMs(unsigned ms) {
     if (ms == 0) {
         sched_yield();

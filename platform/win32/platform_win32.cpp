@@ -278,6 +278,15 @@ int64_t FineCounterFrequency() {
     return f.QuadPart;
 }
 
+double ThreadCpuSeconds() {
+    FILETIME created, exited, kernel, user;
+    if (!GetThreadTimes(GetCurrentThread(), &created, &exited, &kernel, &user)) return -1.0;
+    auto ticks = [](const FILETIME& f) {
+        return static_cast<double>((static_cast<uint64_t>(f.dwHighDateTime) << 32) | f.dwLowDateTime);
+    };
+    return (ticks(kernel) + ticks(user)) * 1e-7;  // 100 ns units
+}
+
 void SleepMs(unsigned ms) { Sleep(ms); }
 
 void PinCurrentThreadToCpuMask(uint32_t mask) { SetThreadAffinityMask(GetCurrentThread(), mask); }

@@ -396,6 +396,11 @@ void cLm4DDemo_GL::SetSurfaceUniforms(GLuint program, const m3d::Mat4& model) {
 }
 
 void cLm4DDemo_GL::DrawScene() {
+    DrawFurBackground();
+    DrawFurryObject();
+}
+
+void cLm4DDemo_GL::DrawFurBackground() {
     // Background: straight onto the view, no depth.
     if (bgTexture_) {
         gl::Disable(gl::DEPTH_TEST);
@@ -408,6 +413,9 @@ void cLm4DDemo_GL::DrawScene() {
         gl::Enable(gl::DEPTH_TEST);
         gl::DepthMask(1);
     }
+}
+
+void cLm4DDemo_GL::DrawFurryObject() {
     lastBinds_ = 0;
     if (!render_furry_object || !furProgram_) return;
 
@@ -622,6 +630,7 @@ void cLm4DDemo_GL::DrawHud() {
     for (const HudText& t : hud.gpuText) DrawText(t.x, t.y, t.color, t.text.c_str());
     smallText_ = false;
     for (const TextLine& l : hud.textBlock) DrawText(l.x, l.y, l.color, l.text.c_str());
+    DrawOverlayExtras();
     EndOverlay();
     if (multisampled) gl::Enable(gl::MULTISAMPLE);
 }

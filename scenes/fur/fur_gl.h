@@ -50,6 +50,20 @@ protected:
     virtual void LogSuccess(int major, int minor) const = 0;
     virtual const char* ImageFailurePrefix() const = 0;
 
+    // The scene under the overlay; the benchmark object draws its stages here
+    // and the fur through this class's own.
+    virtual void DrawScene();
+    // The two halves of the fur scene: the background picture over the whole
+    // view, and the skin and shells of the furry object.
+    void DrawFurBackground();
+    void DrawFurryObject();
+    // Called with the overlay begun, after the text block: texts of a
+    // subclass's own.
+    virtual void DrawOverlayExtras() {}
+    platform::GlContext* Context() const { return context_.get(); }
+    int ViewWidth() const { return width_; }
+    int ViewHeight() const { return height_; }
+
 private:
     struct GpuMesh {
         GLuint vbo = 0, ibo = 0, vao = 0;
@@ -62,7 +76,6 @@ private:
     void DrawHudQuads(const std::vector<float>& xyuv);
     void PendingCustomImages();
     void DrawFrame();
-    void DrawScene();
     void DrawLogos();
     void DrawHud();
     void DrawTemperatureGraphs(const HudFrame& hud);
