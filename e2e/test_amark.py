@@ -147,6 +147,22 @@ class AmarkRuns(E2ETest):
         self.assertEqual(figure(msgs, "PhysX avg SPS"), figure(msgs, "PhysX avg FPS"))
         self.assertEqual(figure(msgs, "Combined score"), 0.0)
 
+    def test_gpu_physx_test_simulates_on_compute_shaders(self):
+        # llvmpipe offers OpenGL 4.5, so 2205 takes the compute path and its
+        # simulation stage still steps cloth and fluid.
+        inst = self.install()
+        r = inst.run(*LIGHT, "/test3d=2205", "/width=%d" % W, "/height=%d" % H, "/amark_stages=4",
+                     "/amark_stage_seconds=2", timeout=400)
+        self.assertEqual(r.returncode, 0, r.stdout + r.stderr)
+        msgs = inst.messages()
+        self.assertIn("NVIDIA PhysX engine - PhysX GPU codepath selected - PhysX hardware detected.", msgs)
+        self.assertIn("Main render thread - benchmark finished - exit ok.", msgs, msgs[-12:])
+        frames, _, cloth, fluid = stage_lines(msgs)[STAGES[2]]
+        self.assertGreater(frames, 0)
+        self.assertGreater(cloth, 0)
+        self.assertGreater(fluid, 0)
+        self.assertTrue(r.stdout.startswith("Result: AMark GL4 GPU PhysX, OpenGL 4"), r.stdout)
+
     def test_each_stage_draws_its_own_scene(self):
         def busy(rows):
             colours = {}

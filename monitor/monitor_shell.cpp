@@ -347,7 +347,10 @@ float ScoreMemoryClockMHz() {
     return ReadGpuSensors(0, &s) ? s.shown_memory_clock() : 0.0f;
 }
 
-bool GpuPhysXAvailable() { return ProbeGPU::isPhysXOnGpu(); }
+// The simulation's GPU path runs on OpenGL 4.3 compute shaders on any vendor,
+// so the GPU can take it wherever the probe's context offers them; the vendor
+// SDK's own "GPU" selection in the registry still counts where it is set.
+bool GpuPhysXAvailable() { return ProbeGPU::isPhysXOnGpu() || ProbeGPU::hasComputeShaders(); }
 uint32_t PhysXVersion() { return ProbeGPU::getPhysXVersion(); }
 
 }  // namespace monitor

@@ -779,6 +779,7 @@ float getGlMaxTessLevel() { return gGlobals.gl_max_tess_level; }
 bool isVista() { return gGlobals.vista; }
 uint32_t getPhysXVersion() { return gGlobals.physx_version; }
 bool isPhysXOnGpu() { return gGlobals.physx_on_gpu; }
+bool hasComputeShaders() { return gGlobals.gl_major > 4 || (gGlobals.gl_major == 4 && gGlobals.gl_minor >= 3); }
 
 bool getAmdDriverFacts(std::string* version, std::string* packaging, std::string* date) {
     if (gRegistryDriver.catalystVersion.empty()) return false;

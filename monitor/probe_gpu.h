@@ -185,6 +185,8 @@ float getGlMaxTessLevel();
 bool isVista();
 uint32_t getPhysXVersion();
 bool isPhysXOnGpu();
+// Whether the probe's OpenGL context offers compute shaders (OpenGL 4.3).
+bool hasComputeShaders();
 const HardwareCaps* getHardwareCaps();
 // The AMD driver's version, packaging version and date as its registry key
 // holds them (Windows); false where there are none.
