@@ -10,6 +10,7 @@
 #include <backends/imgui_impl_sdl.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -32,10 +33,24 @@ public:
     bool BeginFrame() override {
         bool open = true;
         SDL_Event e;
+        // This GUI library reads a key as held or not once per frame, so a
+        // key pressed and released between two frames (a quick tap while a
+        // frame was slow) would never be seen: its release waits for the
+        // next frame.
+        std::vector<SDL_Event> releases;
+        releases.swap(deferredReleases_);
+        std::vector<SDL_Keycode> pressed;
+        for (SDL_Event& r : releases) ImGui_ImplSDL2_ProcessEvent(&r);
         // Idle: wait a little for input rather than spin; the sensors move
         // once a second, the GUI needs no more than a steady trickle of frames.
         if (SDL_WaitEventTimeout(&e, 30)) {
             do {
+                if (e.type == SDL_KEYDOWN) pressed.push_back(e.key.keysym.sym);
+                if (e.type == SDL_KEYUP &&
+                    std::find(pressed.begin(), pressed.end(), e.key.keysym.sym) != pressed.end()) {
+                    deferredReleases_.push_back(e);
+                    continue;
+                }
                 ImGui_ImplSDL2_ProcessEvent(&e);
                 TrackPointer(e);
                 if (e.type == SDL_QUIT) open = false;
@@ -159,6 +174,7 @@ private:
     SDL_Window* window_;
     ImVec2 pointer_;
     bool pointerInside_ = false;
+    std::vector<SDL_Event> deferredReleases_;
     SDL_GLContext context_;
     bool wantRead_ = false;
     bool haveFrame_ = false;

@@ -9,6 +9,7 @@
 #include <backends/imgui_impl_win32.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "platform/win32/ui_messages.h"
 
@@ -53,7 +54,17 @@ public:
         // Idle: wait a little for input rather than spin.
         MsgWaitForMultipleObjects(0, nullptr, FALSE, 30, QS_ALLINPUT);
         MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+        // This GUI library reads a key as held or not once per frame, so a
+        // key pressed and released between two frames (a quick tap while a
+        // frame was slow) would never be seen: its release stays queued for
+        // the next frame.
+        std::vector<WPARAM> pressed;
+        while (PeekMessageW(&msg, nullptr, 0, 0, PM_NOREMOVE)) {
+            if ((msg.message == WM_KEYUP || msg.message == WM_SYSKEYUP) &&
+                std::find(pressed.begin(), pressed.end(), msg.wParam) != pressed.end())
+                break;
+            if (!PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) break;
+            if (msg.message == WM_KEYDOWN || msg.message == WM_SYSKEYDOWN) pressed.push_back(msg.wParam);
             if (msg.message == WM_QUIT || (msg.hwnd == nullptr && msg.message == kMsgThreadEscape)) open = false;
             TranslateMessage(&msg);
             DispatchMessageW(&msg);
