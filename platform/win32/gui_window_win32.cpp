@@ -117,7 +117,12 @@ public:
         ShowWindow(hwnd_, SW_SHOW);
         SetForegroundWindow(hwnd_);
     }
-    void Hide() override { ShowWindow(hwnd_, SW_HIDE); }
+    void Hide() override {
+        ShowWindow(hwnd_, SW_HIDE);
+        // A run starts next: the UI thread holds no GL context of its own
+        // while the run makes its device (the next frame makes it current).
+        wglMakeCurrent(nullptr, nullptr);
+    }
 
     void CaptureNextFrame() override {
         wantRead_ = true;
