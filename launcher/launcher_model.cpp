@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "runner/catalogue.h"
+#include "runner/scores_file.h"
 
 namespace {
 
@@ -61,16 +62,6 @@ std::string JsonText(const std::string& s) {
         } else {
             out += static_cast<char>(c);
         }
-    }
-    return out + "\"";
-}
-
-std::string CsvField(const std::string& text) {
-    if (text.find_first_of(",\"\n") == std::string::npos) return text;
-    std::string out = "\"";
-    for (char c : text) {
-        if (c == '"') out += '"';
-        out += c == '\n' ? ' ' : c;
     }
     return out + "\"";
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "core/event_log.h"
+#include "render/gl_shader.h"
 
 namespace gl4 {
 
@@ -28,22 +29,6 @@ const char* StageName(GLenum type) {
     }
 }
 
-std::string InfoLog(GLuint object, bool program) {
-    GLint length = 0;
-    if (program)
-        gl::GetProgramiv(object, gl::INFO_LOG_LENGTH, &length);
-    else
-        gl::GetShaderiv(object, gl::INFO_LOG_LENGTH, &length);
-    if (length <= 1) return "(no compiler message)";
-    std::string log(static_cast<size_t>(length), '\0');
-    if (program)
-        gl::GetProgramInfoLog(object, length, nullptr, &log[0]);
-    else
-        gl::GetShaderInfoLog(object, length, nullptr, &log[0]);
-    while (!log.empty() && (log.back() == '\0' || log.back() == '\n')) log.pop_back();
-    return log;
-}
-
 }  // namespace
 
 GLuint BuildStagedProgram(const char* vertex, const char* tessControl, const char* tessEvaluation,
@@ -62,7 +47,7 @@ GLuint BuildStagedProgram(const char* vertex, const char* tessControl, const cha
         GLint compiled = 0;
         gl::GetShaderiv(s, gl::COMPILE_STATUS, &compiled);
         if (!compiled) {
-            gEventLog.Write("%s shader creation failed: %s", StageName(st.first), InfoLog(s, false).c_str());
+            gEventLog.Write("%s shader creation failed: %s", StageName(st.first), ShaderInfoLog(s, false).c_str());
             gl::DeleteShader(s);
             ok = false;
             break;
@@ -78,7 +63,7 @@ GLuint BuildStagedProgram(const char* vertex, const char* tessControl, const cha
         GLint linked = 0;
         gl::GetProgramiv(p, gl::LINK_STATUS, &linked);
         if (!linked) {
-            gEventLog.Write("Shader program creation failed: %s", InfoLog(p, true).c_str());
+            gEventLog.Write("Shader program creation failed: %s", ShaderInfoLog(p, true).c_str());
             gl::DeleteProgram(p);
             p = 0;
         }

@@ -2,9 +2,7 @@
 
 #include "core/event_log.h"
 
-namespace {
-
-std::string InfoLog(GLuint object, bool program) {
+std::string ShaderInfoLog(GLuint object, bool program) {
     GLint length = 0;
     if (program)
         gl::GetProgramiv(object, gl::INFO_LOG_LENGTH, &length);
@@ -20,6 +18,8 @@ std::string InfoLog(GLuint object, bool program) {
     return log;
 }
 
+namespace {
+
 GLuint Compile(GLenum type, const char* source) {
     GLuint s = gl::CreateShader(type);
     gl::ShaderSource(s, 1, &source, nullptr);
@@ -27,7 +27,7 @@ GLuint Compile(GLenum type, const char* source) {
     GLint ok = 0;
     gl::GetShaderiv(s, gl::COMPILE_STATUS, &ok);
     if (!ok) {
-        std::string log = InfoLog(s, false);
+        std::string log = ShaderInfoLog(s, false);
         gEventLog.Write(type == gl::VERTEX_SHADER ? "Vertex shader creation failed: %s" : "Pixel shader creation failed: %s",
                         log.c_str());
         gl::DeleteShader(s);
@@ -57,7 +57,7 @@ GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
     GLint ok = 0;
     gl::GetProgramiv(p, gl::LINK_STATUS, &ok);
     if (!ok) {
-        std::string log = InfoLog(p, true);
+        std::string log = ShaderInfoLog(p, true);
         gEventLog.Write("Shader program creation failed: %s", log.c_str());
         gl::DeleteProgram(p);
         return 0;

@@ -8,6 +8,9 @@
 
 #include "render/gl_api.h"
 
+// The compiler's or linker's message for a shader (program false) or a
+// program, trimmed; "(no compiler message)" when it has none.
+std::string ShaderInfoLog(GLuint object, bool program);
 // Compiles and links a program; attribute locations are bound before
 // linking. Returns 0 after logging "Vertex shader creation failed: %s",
 // "Pixel shader creation failed: %s" or "Shader program creation failed: %s".

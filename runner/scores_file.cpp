@@ -4,10 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-namespace {
-
-// Renderer and driver texts come from the driver and may hold commas; a
-// quoted field keeps the columns where spreadsheets expect them.
 std::string CsvField(const std::string& text) {
     if (text.find_first_of(",\"\n") == std::string::npos) return text;
     std::string out = "\"";
@@ -17,6 +13,8 @@ std::string CsvField(const std::string& text) {
     }
     return out + "\"";
 }
+
+namespace {
 
 bool Fail(std::string* reason) {
     if (reason) *reason = errno ? std::strerror(errno) : "write error";

@@ -23,6 +23,11 @@ struct ScoreRow {
 
 constexpr const char* kScoresFileName = "./Ardentium_Scores.csv";
 
+// One field of a CSV row: renderer and driver texts come from the driver and
+// may hold commas or quotes, so such a text is quoted (and a line break
+// becomes a space) to keep the columns where spreadsheets expect them.
+std::string CsvField(const std::string& text);
+
 // The header goes in only when the file could not be opened; false (with
 // the system's reason) when the row could not be written completely.
 bool AppendScoreRow(const char* path, const ScoreRow& row, std::string* reason = nullptr);

@@ -9,6 +9,8 @@
 #include <backends/imgui_impl_opengl3.h>
 #include <backends/imgui_impl_sdl.h>
 
+#include "platform/gui_frame_capture.h"
+
 #include <algorithm>
 #include <vector>
 
@@ -79,17 +81,7 @@ public:
         glClearColor(0.08f, 0.09f, 0.11f, 1.0f);
         glClear(GL_COLOR_BUFFER_BIT);
         ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
-        // The frame is read back before it is presented: after the swap the
-        // back buffer's contents are undefined.
-        if (wantRead_) {
-            lastW_ = w;
-            lastH_ = h;
-            lastFrame_.assign(static_cast<size_t>(w) * static_cast<size_t>(h) * 4, '\0');
-            glPixelStorei(GL_PACK_ALIGNMENT, 1);
-            glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, &lastFrame_[0]);
-            wantRead_ = false;
-            haveFrame_ = true;
-        }
+        capture_.ReadIfRequested(w, h);
         SDL_GL_SwapWindow(window_);
     }
 
@@ -109,24 +101,10 @@ public:
     }
     void Hide() override { SDL_HideWindow(window_); }
 
-    void CaptureNextFrame() override {
-        wantRead_ = true;
-        haveFrame_ = false;
-    }
+    void CaptureNextFrame() override { capture_.Request(); }
 
     bool TakeCapturedFrame(std::string* rgba, int* width, int* height) override {
-        if (!haveFrame_ || lastW_ <= 0 || lastH_ <= 0) return false;
-        haveFrame_ = false;
-        // GL rows start at the bottom.
-        const size_t row = static_cast<size_t>(lastW_) * 4;
-        rgba->resize(lastFrame_.size());
-        for (int y = 0; y < lastH_; ++y)
-            std::copy(lastFrame_.begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(lastH_ - 1 - y)),
-                      lastFrame_.begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(lastH_ - y)),
-                      rgba->begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(y)));
-        *width = lastW_;
-        *height = lastH_;
-        return true;
+        return capture_.Take(rgba, width, height);
     }
 
     void ClientOrigin(int* x, int* y) const override { SDL_GetWindowPosition(window_, x, y); }
@@ -176,10 +154,7 @@ private:
     bool pointerInside_ = false;
     std::vector<SDL_Event> deferredReleases_;
     SDL_GLContext context_;
-    bool wantRead_ = false;
-    bool haveFrame_ = false;
-    std::string lastFrame_;
-    int lastW_ = 0, lastH_ = 0;
+    GuiFrameCapture capture_;
 };
 
 }  // namespace

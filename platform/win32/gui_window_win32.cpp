@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "platform/gui_frame_capture.h"
 #include "platform/win32/ui_messages.h"
 
 // Declared by the back-end's header only for code that asks for it.
@@ -91,15 +92,7 @@ public:
         glClear(GL_COLOR_BUFFER_BIT);
         ImGui_ImplOpenGL3_RenderDrawData(ImGui::GetDrawData());
         // Read before the swap: the back buffer is undefined after it.
-        if (wantRead_ && w > 0 && h > 0) {
-            lastW_ = w;
-            lastH_ = h;
-            lastFrame_.assign(static_cast<size_t>(w) * static_cast<size_t>(h) * 4, '\0');
-            glPixelStorei(GL_PACK_ALIGNMENT, 1);
-            glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, &lastFrame_[0]);
-            wantRead_ = false;
-            haveFrame_ = true;
-        }
+        capture_.ReadIfRequested(w, h);
         SwapBuffers(dc_);
     }
 
@@ -124,23 +117,10 @@ public:
         wglMakeCurrent(nullptr, nullptr);
     }
 
-    void CaptureNextFrame() override {
-        wantRead_ = true;
-        haveFrame_ = false;
-    }
+    void CaptureNextFrame() override { capture_.Request(); }
 
     bool TakeCapturedFrame(std::string* rgba, int* width, int* height) override {
-        if (!haveFrame_ || lastW_ <= 0 || lastH_ <= 0) return false;
-        haveFrame_ = false;
-        const size_t row = static_cast<size_t>(lastW_) * 4;
-        rgba->resize(lastFrame_.size());
-        for (int y = 0; y < lastH_; ++y)
-            std::copy(lastFrame_.begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(lastH_ - 1 - y)),
-                      lastFrame_.begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(lastH_ - y)),
-                      rgba->begin() + static_cast<std::ptrdiff_t>(row * static_cast<size_t>(y)));
-        *width = lastW_;
-        *height = lastH_;
-        return true;
+        return capture_.Take(rgba, width, height);
     }
 
     void ClientOrigin(int* x, int* y) const override {
@@ -160,10 +140,7 @@ private:
     HWND hwnd_;
     HDC dc_;
     HGLRC rc_;
-    bool wantRead_ = false;
-    bool haveFrame_ = false;
-    std::string lastFrame_;
-    int lastW_ = 0, lastH_ = 0;
+    GuiFrameCapture capture_;
 };
 
 }  // namespace
