@@ -19,11 +19,11 @@ bool LoadADataLibrary(const std::string& file, ADataLibrary* out, bool* missingE
     if (!lib) return false;
     ADataLibrary a;
     a.lib = lib;
-    bool all = Resolve(lib, kAdataSymbolNames[kAdataGetSize], &a.GetSize) &
-               Resolve(lib, kAdataSymbolNames[kAdataGetData], &a.GetData) &
-               Resolve(lib, kAdataSymbolNames[kAdataMeshGetNumVertices], &a.Mesh_GetNumVertices) &
-               Resolve(lib, kAdataSymbolNames[kAdataMeshGetNumFaces], &a.Mesh_GetNumFaces) &
-               Resolve(lib, kAdataSymbolNames[kAdataMeshGetVertices], &a.Mesh_GetVertices) &
+    bool all = Resolve(lib, kAdataSymbolNames[kAdataGetSize], &a.GetSize) &&
+               Resolve(lib, kAdataSymbolNames[kAdataGetData], &a.GetData) &&
+               Resolve(lib, kAdataSymbolNames[kAdataMeshGetNumVertices], &a.Mesh_GetNumVertices) &&
+               Resolve(lib, kAdataSymbolNames[kAdataMeshGetNumFaces], &a.Mesh_GetNumFaces) &&
+               Resolve(lib, kAdataSymbolNames[kAdataMeshGetVertices], &a.Mesh_GetVertices) &&
                Resolve(lib, kAdataSymbolNames[kAdataMeshGetFaces], &a.Mesh_GetFaces);
     if (!all) {
         platform::FreeLib(lib);

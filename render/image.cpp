@@ -1,10 +1,14 @@
 #include "render/image.h"
 
 #include <cstring>
+#include <string>
 
 #define STB_IMAGE_IMPLEMENTATION
 #define STB_IMAGE_STATIC
 #define STBI_FAILURE_USERMSG
+// A few bytes of header can claim any size; the decoder would allocate it
+// before finding the pixels missing. No texture we make is larger than this.
+#define STBI_MAX_DIMENSIONS 16384
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wunused-function"
@@ -14,6 +18,8 @@
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
+
+static_assert(STBI_MAX_DIMENSIONS == kMaxImageSide, "the decoder and the loader refuse the same sides");
 
 Image FlippedRows(const Image& picture) {
     Image out = picture;
@@ -27,6 +33,16 @@ Image FlippedRows(const Image& picture) {
 bool LoadImageFile(const std::string& path, Image* out, std::string* why) {
     *out = Image();
     int w = 0, h = 0, n = 0;
+    // Refuse what the header claims before anything is allocated for it.
+    if (stbi_info(path.c_str(), &w, &h, &n) &&
+        (w > kMaxImageSide || h > kMaxImageSide ||
+         static_cast<long long>(w) * h > kMaxImagePixels)) {
+        if (why)
+            *why = "image too large (" + std::to_string(w) + "x" + std::to_string(h) +
+                   "; at most " + std::to_string(kMaxImageSide) + " per side and " +
+                   std::to_string(kMaxImagePixels) + " pixels)";
+        return false;
+    }
     unsigned char* data = stbi_load(path.c_str(), &w, &h, &n, 4);
     if (!data) {
         if (why) *why = stbi_failure_reason() ? stbi_failure_reason() : "unreadable";

@@ -15,6 +15,11 @@ struct Image {
 // textures start with the bottom row.
 Image FlippedRows(const Image& picture);
 
+// The largest image the loader accepts: a header may claim any size, and the
+// decoder allocates what it claims before it finds the pixels missing.
+constexpr int kMaxImageSide = 16384;
+constexpr long long kMaxImagePixels = 8192LL * 8192;
+
 // False (and an empty image) when the file cannot be read or decoded; *why
 // says which, for the log.
 bool LoadImageFile(const std::string& path, Image* out, std::string* why = nullptr);
