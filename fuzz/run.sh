@@ -7,6 +7,10 @@
 #   --seconds N  run each harness for N seconds (default 20: the CI's share)
 #   --runs N     run each harness for N inputs instead (the long campaign:
 #                fuzz/run.sh --runs 10000000)
+#   --seed N     start libFuzzer's random generator at N, so that a run is
+#                repeatable: the CI uses a fixed seed, so a fault it reports can
+#                be found again here, and a seed checked here for longer stays
+#                clean there
 #   HARNESS      command_line settings_file image ogg vthm gpuz sysfs pnp_id
 #                (default: all)
 #
@@ -18,10 +22,12 @@ set -uo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 limit=(-max_total_time=20)
+seed=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --seconds) limit=(-max_total_time="$2"); shift 2 ;;
     --runs) limit=(-runs="$2"); shift 2 ;;
+    --seed) seed=(-seed="$2"); shift 2 ;;
     *) break ;;
   esac
 done
@@ -44,7 +50,7 @@ for name in "${wanted[@]}"; do
   mkdir -p "$work/corpus" "$work/crashes"
   [ -d "fuzz/corpus/$name" ] && cp -n fuzz/corpus/"$name"/* "$work/corpus/" 2> /dev/null
   # The harnesses write the event log and scratch files where they run.
-  (cd "$work" && "$root/$program" "${limit[@]}" -timeout=10 -rss_limit_mb=2048 -max_len=65536 \
+  (cd "$work" && "$root/$program" "${limit[@]}" ${seed[@]+"${seed[@]}"} -timeout=10 -rss_limit_mb=2048 -max_len=65536 \
       -print_final_stats=1 -artifact_prefix="$work/crashes/" corpus > output.txt 2>&1)
   rc=$?
   runs=$(grep -o 'stat::number_of_executed_units: [0-9]*' "$work/output.txt" | awk '{print $2}')

@@ -11,7 +11,7 @@ ctest --test-dir build --output-on-failure -j "$(nproc)" || status=1
 echo "== Threaded unit tests under ThreadSanitizer"
 bash fuzz/sanitized-tests.sh tsan || status=1
 echo "== Fuzz harnesses, 10 s each"
-bash fuzz/run.sh --seconds 10 || status=1
+bash fuzz/run.sh --seed 1 --seconds 10 || status=1
 echo "== Windows tests (Wine)"
 ctest --test-dir build-win --output-on-failure || status=1
 exit $status
