@@ -48,6 +48,11 @@ bool LoadImageFile(const std::string& path, Image* out, std::string* why) {
         if (why) *why = stbi_failure_reason() ? stbi_failure_reason() : "unreadable";
         return false;
     }
+    if (w <= 0 || h <= 0) {  // some decoders accept a header with a zero side
+        stbi_image_free(data);
+        if (why) *why = "image has no pixels (" + std::to_string(w) + "x" + std::to_string(h) + ")";
+        return false;
+    }
     out->width = w;
     out->height = h;
     out->rgba.assign(data, data + static_cast<size_t>(w) * h * 4);

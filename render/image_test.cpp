@@ -87,6 +87,15 @@ TEST(LoadImageFile, MissingAndGarbageFilesSayWhy) {
     why.clear();
     EXPECT_FALSE(LoadImageFile(Write("image-garbage.png", {'n', 'o', 't', ' ', 'a', 'n'}), &picture, &why));
     EXPECT_FALSE(why.empty());
+    // A bitmap header with no columns: the decoder hands back a picture of
+    // zero width, which no texture can be made of.
+    const std::vector<uint8_t> emptyBmp = {
+        0x42, 0x4d, 0x46, 0, 0, 0x80, 0, 0, 0, 0, 0x36, 0, 0, 0, 0x28, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 1, 0,
+        0x18, 0,    0,    0, 0, 0,    0x10, 0, 0, 0, 0x13, 0xb, 0xff, 0, 0xff, 0, 0, 0, 0, 0, 0xff, 0, 0xff, 0, 0, 0};
+    why.clear();
+    EXPECT_FALSE(LoadImageFile(Write("image-no-columns.bmp", emptyBmp), &picture, &why));
+    EXPECT_NE(why.find("no pixels"), std::string::npos) << why;
+    EXPECT_TRUE(picture.empty());
 }
 
 }  // namespace
