@@ -12,7 +12,7 @@
 #                be found again here, and a seed checked here for longer stays
 #                clean there
 #   HARNESS      command_line settings_file image ogg vthm gpuz sysfs pnp_id
-#                nvml_replies
+#                vendor_replies
 #                (default: all)
 #
 # Each harness works in fuzz/work/<harness>/: its growing corpus (seeded from
@@ -32,7 +32,7 @@ while [ $# -gt 0 ]; do
     *) break ;;
   esac
 done
-all=(command_line settings_file image ogg vthm gpuz sysfs pnp_id nvml_replies)
+all=(command_line settings_file image ogg vthm gpuz sysfs pnp_id vendor_replies)
 wanted=("$@")
 [ ${#wanted[@]} -gt 0 ] || wanted=("${all[@]}")
 

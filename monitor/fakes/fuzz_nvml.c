@@ -7,39 +7,23 @@
  * else it fails with a code taken from that byte. An empty stream fails every
  * call. Nothing else is checked: a real library that misbehaves does not
  * check either. */
-#include <stddef.h>
-#include <stdint.h>
-#include <string.h>
-
+#include "monitor/fakes/fuzz_feed.h"
 #include "monitor/nvml_defs.h"
 
 #define EXPORT __attribute__((visibility("default")))
 
-static const uint8_t* feed;
-static size_t left;
-
 EXPORT void FuzzNvmlFeed(const uint8_t* data, size_t size) {
-    feed = data;
-    left = size;
+    FuzzFeedData = data;
+    FuzzFeedLeft = size;
 }
 
-static void Fill(void* out, size_t n) {
-    if (n > left) n = left;
-    if (out && n) memcpy(out, feed, n);
-    feed += n;
-    left -= n;
-}
+#define Fill FuzzFill
 
-/* The status of one call: NVML_SUCCESS, or a failure with a code from the stream. */
-static nvmlReturn_t Status(void) {
-    if (!left) return 999;
-    uint8_t b = *feed++;
-    --left;
-    return b < 0xC0 ? NVML_SUCCESS : (nvmlReturn_t)(b - 0xBF);
-}
+/* NVML's codes: any non-zero value is a failure. */
+static nvmlReturn_t Status(void) { return FuzzFeedLeft ? (nvmlReturn_t)FuzzStatus() : 999; }
 
-#define REPLY(...)                          \
-    nvmlReturn_t status_ = Status();        \
+#define REPLY(...)                                \
+    nvmlReturn_t status_ = Status();              \
     if (status_ == NVML_SUCCESS) { __VA_ARGS__; } \
     return status_
 
