@@ -1,5 +1,6 @@
 #include "core/event_log.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -55,6 +56,24 @@ void EventLog::WriteV(const char* format, va_list args) {
     std::memcpy(line + len, nl, nlen);
     len += nlen;
     file_.Write(line, len);
+
+    std::lock_guard<std::mutex> hold(recentLock_);
+    Recent& slot = recent_[id % kRecentLines];
+    if (slot.id < id) {  // a thread that was slower to get here keeps its older line out
+        slot.id = id;
+        slot.message.assign(message, mlen);
+    }
+}
+
+std::vector<std::string> EventLog::LinesAfter(unsigned afterLine) const {
+    std::lock_guard<std::mutex> hold(recentLock_);
+    std::vector<const Recent*> found;
+    for (const Recent& r : recent_)
+        if (r.id > afterLine) found.push_back(&r);
+    std::sort(found.begin(), found.end(), [](const Recent* a, const Recent* b) { return a->id < b->id; });
+    std::vector<std::string> out;
+    for (const Recent* r : found) out.push_back(r->message);
+    return out;
 }
 
 // Constructed before main runs, so every line of the run, the first included, has a file to go to.

@@ -6,7 +6,9 @@
 #include <cstdarg>
 #include <cstddef>
 #include <ctime>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/compiler.h"
 #include "platform/platform.h"
@@ -29,6 +31,12 @@ public:
     // The program folder's path of the log, formatted at start but never used to open it.
     const std::string& FullPath() const { return fullPath_; }
 
+    // The messages (without prefix) of the lines numbered above `afterLine`,
+    // oldest first, as far as the last kRecentLines lines reach: what went
+    // wrong in a step the caller just took, to show the user where they are.
+    static constexpr size_t kRecentLines = 64;
+    std::vector<std::string> LinesAfter(unsigned afterLine) const;
+
     // "2015/7/9 @ 10:04:51, ID=1 >> " for the given local time and line number.
     static void FormatPrefix(const std::tm& t, unsigned id, char* out, size_t outSize);
 
@@ -36,6 +44,12 @@ private:
     platform::LineFile file_;
     std::atomic<unsigned> counter_{0};
     std::string fullPath_;
+    mutable std::mutex recentLock_;
+    struct Recent {
+        unsigned id = 0;
+        std::string message;
+    };
+    Recent recent_[kRecentLines];
 };
 
 // The process-wide log, opened during static initialisation.

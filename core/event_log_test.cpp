@@ -116,4 +116,30 @@ TEST(EventLog, ThreadsNeverMixLines) {
     std::remove(path);
 }
 
+TEST(EventLog, RecentLinesAfterAGivenLine) {
+    const char* path = "event_log_test_d.txt";
+    {
+        EventLog log(path);
+        log.Write("before");
+        const unsigned mark = log.LineCount();
+        EXPECT_TRUE(log.LinesAfter(mark).empty());
+        log.Write("first %d", 1);
+        log.Write("second");
+        EXPECT_EQ(log.LinesAfter(mark), (std::vector<std::string>{"first 1", "second"}));
+        EXPECT_EQ(log.LinesAfter(0).front(), "before");
+        // Only the last lines are kept: far more than that gives the newest,
+        // in order.
+        for (unsigned i = 0; i < 3 * EventLog::kRecentLines; ++i) log.Write("line %u", i);
+        const std::vector<std::string> kept = log.LinesAfter(mark);
+        ASSERT_EQ(kept.size(), EventLog::kRecentLines);
+        EXPECT_EQ(kept.front(), "line " + std::to_string(2 * EventLog::kRecentLines));
+        EXPECT_EQ(kept.back(), "line " + std::to_string(3 * EventLog::kRecentLines - 1));
+        // Even a log that could not open its file remembers them.
+        EventLog lost("no_such_dir/sub/ardentium_log.txt");
+        lost.Write("kept in memory");
+        EXPECT_EQ(lost.LinesAfter(0), std::vector<std::string>{"kept in memory"});
+    }
+    std::remove(path);
+}
+
 }  // namespace

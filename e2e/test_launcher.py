@@ -303,7 +303,12 @@ class LauncherTest(E2ETest):
         self.wid, _ = self.wait_title(display, inst, proc, r"^VXA Ardentium$")
         self.click(inst, proc, "start")
         state = self.wait_state(inst, proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run")
-        self.assertEqual(state["error"], "Furry VXA GL3 could not start: see ardentium_log.txt for why.")
+        # The box quotes the event log's reason, not only where the log is.
+        error = state["error"].split("\\n")
+        self.assertEqual(error[0], "Furry VXA GL3 could not start:")
+        self.assertIn("OpenGL 3 window creation failed!", error)
+        self.assertTrue(any("context" in line for line in error[1:-1]), error)
+        self.assertEqual(error[-1], "(ardentium_log.txt has every step.)")
         self.assertEqual(state["error_dialog"], "1")
         self.assertEqual(state["score_dialog"], "0")
         self.screenshot(inst, proc, "launcher-run-failed")

@@ -533,7 +533,7 @@ private:
         if (ImGui::Button("Quit")) quit_ = true;
         Track("quit");
         if (!errorText_.empty())
-            ImGui::TextColored(ImVec4(1.0f, 0.45f, 0.4f, 1.0f), "%s", FirstLine(errorText_).c_str());
+            ImGui::TextColored(ImVec4(1.0f, 0.45f, 0.4f, 1.0f), "%s", StatusLineOf(errorText_).c_str());
         else if (runs_ > 0)
             ImGui::TextDisabled("Last run: %s", lastRunLine_.c_str());
         if ((pressed || startWanted_) && can) {
@@ -543,7 +543,15 @@ private:
         startWanted_ = false;
     }
 
-    static std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+    // The status line's share of an error box: its first line, and the next
+    // one too when the first only announces it ("... could not start:").
+    static std::string StatusLineOf(const std::string& text) {
+        const size_t end = text.find('\n');
+        std::string line = text.substr(0, end);
+        if (end != std::string::npos && !line.empty() && line.back() == ':')
+            line += " " + text.substr(end + 1, text.find('\n', end + 1) - end - 1);
+        return line;
+    }
 
     void ShowError(const std::string& text) {
         errorText_ = text;
@@ -586,6 +594,7 @@ private:
         running_ = true;
         WriteState(statePath_);
         window_->Hide();
+        const unsigned logMark = gEventLog.LineCount();
         const bool started = hooks_.run();
         window_->Show();
         running_ = false;
@@ -596,7 +605,7 @@ private:
         if (!started)
             ShowError(boxText.empty() ? "The 3D window could not be created: no test was started." : boxText);
         else if (!gRunResults.started)
-            ShowError(boxText.empty() ? t.name + " could not start: see ardentium_log.txt for why." : boxText);
+            ShowError(boxText.empty() ? RunFailureText(t.name, gEventLog.LinesAfter(logMark)) : boxText);
         else if (!boxText.empty())
             ShowError(boxText);
         lastRunLine_ = SummaryLine(gRunResults);

@@ -1,6 +1,7 @@
 #include "launcher/launcher_model.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 
 #include "runner/catalogue.h"
@@ -268,4 +269,27 @@ std::string FormatStateDump(const std::vector<std::pair<std::string, std::string
     std::string out;
     for (const auto& e : entries) out += e.first + "=" + Escape(e.second) + "\n";
     return out;
+}
+
+std::string RunFailureText(const std::string& testName, const std::vector<std::string>& linesOfTheTry) {
+    // The start-up report and the kill sequence surround the reason; the
+    // reason is the line that says something failed or is missing.
+    static const char* const kWords[] = {"fail", "could not", "cannot", "unable", "error", "not supported",
+                                         "refused", "missing", "too old", "too large"};
+    std::vector<std::string> reasons;
+    for (const std::string& line : linesOfTheTry) {
+        std::string lower = line;
+        std::transform(lower.begin(), lower.end(), lower.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        for (const char* w : kWords)
+            if (lower.find(w) != std::string::npos) {
+                reasons.push_back(line);
+                break;
+            }
+    }
+    if (reasons.empty()) return testName + " could not start: see ardentium_log.txt for why.";
+    if (reasons.size() > 4) reasons.erase(reasons.begin(), reasons.end() - 4);
+    std::string text = testName + " could not start:";
+    for (const std::string& r : reasons) text += "\n" + r;
+    return text + "\n(ardentium_log.txt has every step.)";
 }

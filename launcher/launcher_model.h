@@ -59,6 +59,11 @@ std::string ScoreCsv(const ScoreSheet& s);
 std::string ScoreSubmission(const ScoreSheet& s, const std::string& userEmail);
 std::string StatusPost(const ScoreSheet& s, const std::string& userEmail);
 
+// The error box of a run that could not start and raised no box itself:
+// the event-log lines written while it tried that say what failed (at most
+// four, the last ones), else a pointer to the log.
+std::string RunFailureText(const std::string& testName, const std::vector<std::string>& linesOfTheTry);
+
 // The widget-state dump: "key=value" lines in the order given; line breaks
 // inside a value are written as "\n" so each key stays on one line.
 std::string FormatStateDump(const std::vector<std::pair<std::string, std::string>>& entries);

@@ -166,3 +166,27 @@ TEST(LauncherStateDump, OneLinePerKey) {
     EXPECT_EQ(FormatStateDump({{"tab", "tests"}, {"error", "line one\nline two\r\n"}, {"path", "C:\\x"}}),
               "tab=tests\nerror=line one\\nline two\\n\npath=C:\\\\x\n");
 }
+
+TEST(RunFailureText, QuotesTheLinesThatSayWhatFailed) {
+    // The lines of a real attempt: images loaded, the context refused, the
+    // kill sequence.
+    const std::vector<std::string> tried = {"Trying to load default background image...",
+                                            "Default background image loaded OK.",
+                                            "OpenGL initialization failed!",
+                                            "OpenGL: EGL context creation failed (0x3009)",
+                                            "Render thread killed ok.",
+                                            "3D window killed ok."};
+    EXPECT_EQ(RunFailureText("Furry VXA GL3", tried),
+              "Furry VXA GL3 could not start:\nOpenGL initialization failed!\n"
+              "OpenGL: EGL context creation failed (0x3009)\n(ardentium_log.txt has every step.)");
+    // Nothing that reads as a reason: the log is named instead.
+    EXPECT_EQ(RunFailureText("Furry VXA GL3", {"Render thread killed ok."}),
+              "Furry VXA GL3 could not start: see ardentium_log.txt for why.");
+    EXPECT_EQ(RunFailureText("T", {}), "T could not start: see ardentium_log.txt for why.");
+    // Many complaints: the last four, in order.
+    std::vector<std::string> many;
+    for (int i = 0; i < 7; ++i) many.push_back("Step " + std::to_string(i) + " FAILED");
+    const std::string text = RunFailureText("T", many);
+    EXPECT_EQ(text.find("Step 2"), std::string::npos);
+    EXPECT_LT(text.find("Step 3 FAILED"), text.find("Step 6 FAILED"));
+}
