@@ -1,5 +1,7 @@
 #include "render/gl_shader.h"
 
+#include <cctype>
+
 #include "core/event_log.h"
 
 std::string ShaderInfoLog(GLuint object, bool program) {
@@ -63,6 +65,14 @@ GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
         return 0;
     }
     return p;
+}
+
+bool IsSoftwareRasterizer(const std::string& renderer) {
+    std::string lower = renderer;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const char* name : {"llvmpipe", "softpipe", "software rasterizer", "swiftshader", "gdi generic"})
+        if (lower.find(name) != std::string::npos) return true;
+    return false;
 }
 
 GLuint UploadTexture(const unsigned char* rgba, int width, int height, bool mipmapped, float anisotropy, bool repeat) {

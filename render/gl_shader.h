@@ -19,6 +19,13 @@ GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
 
 // Uploads an RGBA8 image (top row first) as a texture: mipmapped with the
 // given anisotropy when asked, else linear and clamped. Returns 0 on failure.
+// True for renderers that rasterize on the CPU (Mesa's llvmpipe and
+// softpipe, SwiftShader, Windows' GDI fallback). Anisotropic filtering is
+// left off there: it costs them dearly, and with it on llvmpipe now and then
+// spent minutes on the first frame of a fur run (one rasterizer thread deep
+// in the sampler while the other waited).
+bool IsSoftwareRasterizer(const std::string& renderer);
+
 GLuint UploadTexture(const unsigned char* rgba, int width, int height, bool mipmapped, float anisotropy,
                      bool repeat = true);
 

@@ -108,6 +108,8 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
     gEventLog.Write("OpenGL vendor: %s", GlText(gl::VENDOR));
     gEventLog.Write("OpenGL renderer: %s", GlText(gl::RENDERER));
     renderer_text = GlText(gl::RENDERER);
+    anisotropic_ = !IsSoftwareRasterizer(renderer_text);
+    if (!anisotropic_) gEventLog.Write("Anisotropic filtering is off on a software rasterizer.");
     driver_text = GlText(gl::VERSION);
     RunFacts.msaaSamples = context_->Samples();
     RunFacts.clientWidth = width;
@@ -180,8 +182,8 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
     gl::GenBuffers(1, &hudVbo_);
     if (dialect_.useVao) gl::GenVertexArrays(1, &hudVao_);
 
-    bgTexture_ = Upload(background_, true, 4.0f, true);
-    furTexture_ = Upload(furColor_, true, 4.0f, true);
+    bgTexture_ = Upload(background_, true, Anisotropy(4.0f), true);
+    furTexture_ = Upload(furColor_, true, Anisotropy(4.0f), true);
     if (!bgTexture_) gEventLog.Write("Bkg texture loading failed (see the log file for more details).");
     if (!furTexture_) {
         gEventLog.Write("Fur texture loading failed (see the log file for more details).");
@@ -262,7 +264,7 @@ bool cLm4DDemo_GL::UploadDotTextures() {
     if (!set) return false;
     ReleaseDotTextures();
     for (const std::vector<uint8_t>& layer : set->layers)
-        dotTextures_.push_back(UploadTexture(layer.data(), set->size, set->size, true, 16.0f, true));
+        dotTextures_.push_back(UploadTexture(layer.data(), set->size, set->size, true, Anisotropy(16.0f), true));
     return true;
 }
 
@@ -367,7 +369,7 @@ void cLm4DDemo_GL::FinishFrames() {
 void cLm4DDemo_GL::PendingCustomImages() {
     Image image;
     if (TakeCustomImage(CustomImageKind::kFur, &image)) {
-        GLuint t = Upload(image, true, 4.0f, true);
+        GLuint t = Upload(image, true, Anisotropy(4.0f), true);
         if (t) {
             if (furTexture_) gl::DeleteTextures(1, &furTexture_);
             furTexture_ = t;
@@ -377,7 +379,7 @@ void cLm4DDemo_GL::PendingCustomImages() {
         }
     }
     if (TakeCustomImage(CustomImageKind::kBackground, &image)) {
-        GLuint t = Upload(image, true, 4.0f, true);
+        GLuint t = Upload(image, true, Anisotropy(4.0f), true);
         if (t) {
             if (bgTexture_) gl::DeleteTextures(1, &bgTexture_);
             bgTexture_ = t;

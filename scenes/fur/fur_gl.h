@@ -86,6 +86,8 @@ private:
     std::unique_ptr<platform::GlContext> context_;
     Dialect dialect_{};
     int width_ = 0, height_ = 0;
+    bool anisotropic_ = true;  // off on software rasterizers
+    float Anisotropy(float wanted) const { return anisotropic_ ? wanted : 0.0f; }
 
     GLuint bgProgram_ = 0, skinProgram_ = 0, furProgram_ = 0, blurProgram_ = 0, flatProgram_ = 0, textProgram_ = 0, texturedProgram_ = 0;
     GpuMesh furMesh_, skinMesh_, quad_;
