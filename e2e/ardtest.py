@@ -410,3 +410,106 @@ def sox_rms_db(wav, *effects):
 def soxi(wav, flag):
     """One fact of a sound file from soxi: -c channels, -r rate, -D seconds."""
     return subprocess.run(["soxi", flag, wav], capture_output=True, text=True, check=True).stdout.strip()
+
+
+def read_launcher_state(path):
+    """The launcher's widget-state dump (/launcher_state=): key=value lines."""
+    state = {}
+    try:
+        with open(path, encoding="utf-8", errors="replace") as f:
+            for line in f:
+                key, _, value = line.rstrip("\n").partition("=")
+                state[key] = value
+    except FileNotFoundError:
+        pass
+    return state
+
+
+class LauncherDriver:
+    """Drives a running launcher the way a user does, with xdotool on a
+    virtual display, finding widgets in its state dump. A test sets
+    state_path, display and shot_folder (where the launcher writes its own
+    screenshots) and says, through launcher_failed, how it reports a
+    launcher that died or never showed what it waited for."""
+    state_path = None
+    display = None
+    shot_folder = None
+    settle = 0.3          # seconds a click waits for a new window to settle
+    state_wait = 180
+
+    def launcher_failed(self, proc, message):
+        self.fail(message)
+
+    def program_path(self, path):
+        """A path as the launcher's own file calls must name it."""
+        return path
+
+    def wait_state(self, proc, predicate, what, timeout=None):
+        timeout = timeout or self.state_wait
+        deadline = time.time() + timeout
+        while True:
+            state = read_launcher_state(self.state_path)
+            if state and predicate(state):
+                return state
+            shown = {k: v for k, v in state.items() if not k.startswith("widget.")}
+            if proc.poll() is not None:
+                self.launcher_failed(proc, "the launcher ended (%s) before it showed %s; state: %r" %
+                                     (proc.returncode, what, shown))
+            if time.time() > deadline:
+                self.launcher_failed(proc, "the launcher did not show %s within %d s; state: %r" %
+                                     (what, timeout, shown))
+            time.sleep(0.2)
+
+    def xdo(self, *args):
+        subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display), check=True, timeout=30)
+
+    def click(self, proc, widget, field=False):
+        """Clicks the middle of a widget; a field's rectangle also holds its
+        label and step buttons, so a field is clicked near its left end."""
+        # A window that has just appeared may still be settling: the same
+        # place twice in a row.
+        key = "widget." + widget
+        seen = None
+        while True:
+            state = self.wait_state(proc, lambda s: key in s, "the widget " + widget)
+            if state[key] == seen:
+                break
+            seen = state[key]
+            time.sleep(self.settle)
+        x, y, w, h = (int(v) for v in seen.split(","))
+        ox, oy = (int(v) for v in state["client_origin"].split(","))
+        self.xdo("mousemove", str(ox + x + (8 if field else w // 2)), str(oy + y + h // 2))
+        # A press and release apart, as a hand does: the GUI sees both frames.
+        time.sleep(0.1)
+        self.xdo("mousedown", "1")
+        time.sleep(0.2)
+        self.xdo("mouseup", "1")
+
+    def type_into(self, proc, widget, text, enter=True):
+        # Keys go where the pointer is (no window manager gives focus).
+        self.click(proc, widget, field=True)
+        time.sleep(0.3)
+        self.xdo("key", "ctrl+a")
+        self.xdo("type", "--delay", "60", text)
+        if enter:
+            self.xdo("key", "Return")
+
+    def screenshot(self, proc, name):
+        """The launcher's own picture of what it shows; kept in
+        ARDENTIUM_SHOTS when that names a folder."""
+        target = os.path.join(self.shot_folder, name + ".png")
+        with open(self.state_path + ".shot.tmp", "w") as f:
+            f.write(self.program_path(target))
+        os.replace(self.state_path + ".shot.tmp", self.state_path + ".shot")
+        deadline = time.time() + 60
+        while os.path.exists(self.state_path + ".shot") and time.time() < deadline:
+            time.sleep(0.2)
+        self.assertTrue(os.path.exists(target), "no screenshot " + name)
+        w, h, rows = read_png(target)
+        # Something is drawn: more than the background colour.
+        self.assertGreater(len({px for row in rows[::8] for px in row[::8]}), 3, name)
+        shots = os.environ.get("ARDENTIUM_SHOTS", "")
+        if shots:
+            os.makedirs(shots, exist_ok=True)
+            shutil.copy2(target, os.path.join(shots, name + ".png"))
+        return w, h

@@ -13,24 +13,13 @@ import threading
 import time
 import unittest
 
-from ardtest import BUILD, E2ETest, read_png, start_xvfb
-
-SHOTS = os.environ.get("ARDENTIUM_SHOTS", "")
+from ardtest import BUILD, E2ETest, LauncherDriver, read_launcher_state, read_png, start_xvfb
 
 SETTINGS = ('<?xml version="1.0"?>\n<ardentium>\n\t<settings width="320" height="240" enable_amark_music="0"'
             ' display_score="1" max_time="60000" launcher_test3d="2003" %s/>\n</ardentium>\n')
 
 
-def read_state(path):
-    state = {}
-    try:
-        with open(path, encoding="utf-8", errors="replace") as f:
-            for line in f:
-                key, _, value = line.rstrip("\n").partition("=")
-                state[key] = value
-    except FileNotFoundError:
-        pass
-    return state
+read_state = read_launcher_state
 
 
 class Recorder(http.server.BaseHTTPRequestHandler):
@@ -55,81 +44,28 @@ class Recorder(http.server.BaseHTTPRequestHandler):
 
 
 @unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xdotool"), "needs Xvfb and xdotool")
-class LauncherTest(E2ETest):
-    def launcher(self, inst, display, *args):
+class LauncherTest(E2ETest, LauncherDriver):
+    state_wait = E2ETest.WAIT
+
+    def launcher_failed(self, proc, message):
+        self.fail_run(self.inst, proc, message)
+
+    def use(self, inst, display):
+        """The installation and display the driver works on from here on."""
+        self.inst = inst
+        self.shot_folder = inst.root
+        self.display = display
         self.state_path = os.path.join(inst.root, "launcher-state.txt")
+
+    def launcher(self, inst, display, *args, env=None):
+        self.use(inst, display)
         if os.path.exists(self.state_path):
             os.remove(self.state_path)
-        proc = inst.start("/launcher_state=" + self.state_path, *args, env={"DISPLAY": display})
+        proc = inst.start("/launcher_state=" + self.state_path, *args, env=dict(env or {}, DISPLAY=display))
         self.addCleanup(lambda: proc.poll() is None and proc.kill())
-        self.display = display
-        self.wait_state(inst, proc, lambda s: s.get("tab") == "tests", "the tests tab")
+        self.wait_state(proc, lambda s: s.get("tab") == "tests", "the tests tab")
         self.wid, _ = self.wait_title(display, inst, proc, r"^VXA Ardentium$")
         return proc
-
-    def wait_state(self, inst, proc, predicate, what, timeout=E2ETest.WAIT):
-        deadline = time.time() + timeout
-        while True:
-            state = read_state(self.state_path)
-            if state and predicate(state):
-                return state
-            if proc.poll() is not None:
-                self.fail_run(inst, proc, "the launcher ended before it showed %s; state: %r" % (what, state))
-            if time.time() > deadline:
-                self.fail_run(inst, proc, "the launcher did not show %s within %d s; state: %r" % (what, timeout, state))
-            time.sleep(0.2)
-
-    def xdo(self, *args):
-        subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display), check=True, timeout=30)
-
-    def click(self, inst, proc, widget, field=False):
-        """Clicks the middle of a widget; a field's rectangle also holds its
-        label and step buttons, so a field is clicked near its left end."""
-        # A window that has just appeared may still be settling: the same
-        # place twice in a row.
-        key = "widget." + widget
-        seen = None
-        while True:
-            state = self.wait_state(inst, proc, lambda s: key in s, "the widget " + widget)
-            if state[key] == seen:
-                break
-            seen = state[key]
-            time.sleep(0.3)
-        x, y, w, h = (int(v) for v in seen.split(","))
-        ox, oy = (int(v) for v in state["client_origin"].split(","))
-        self.xdo("mousemove", str(ox + x + (8 if field else w // 2)), str(oy + y + h // 2))
-        # A press and release apart, as a hand does: the GUI sees both frames.
-        self.xdo("mousedown", "1")
-        time.sleep(0.15)
-        self.xdo("mouseup", "1")
-
-    def type_into(self, inst, proc, widget, text, enter=True):
-        # Keys go where the pointer is (no window manager gives focus).
-        self.click(inst, proc, widget, field=True)
-        time.sleep(0.3)
-        self.xdo("key", "ctrl+a")
-        self.xdo("type", "--delay", "60", text)
-        if enter:
-            self.xdo("key", "Return")
-
-    def screenshot(self, inst, proc, name):
-        """The launcher's own picture of what it shows; kept in
-        ARDENTIUM_SHOTS when that names a folder."""
-        target = os.path.join(inst.root, name + ".png")
-        with open(self.state_path + ".shot.tmp", "w") as f:
-            f.write(target)
-        os.replace(self.state_path + ".shot.tmp", self.state_path + ".shot")
-        deadline = time.time() + 60
-        while os.path.exists(self.state_path + ".shot") and time.time() < deadline:
-            time.sleep(0.2)
-        self.assertTrue(os.path.exists(target), "no screenshot " + name)
-        w, h, rows = read_png(target)
-        # Something is drawn: more than the background colour.
-        self.assertGreater(len({px for row in rows[::8] for px in row[::8]}), 3, name)
-        if SHOTS:
-            os.makedirs(SHOTS, exist_ok=True)
-            shutil.copy2(target, os.path.join(SHOTS, name + ".png"))
-        return w, h
 
     def settings_attributes(self, inst):
         with open(inst.path("startup_options.xml"), encoding="latin-1") as f:
@@ -147,35 +83,35 @@ class LauncherTest(E2ETest):
         proc = self.launcher(inst, display)
         state = read_state(self.state_path)
         self.assertEqual((state["scores_rows"], state["scores_first_row"]), ("2", "Furry VXA GL3"))
-        self.screenshot(inst, proc, "launcher-tests")
+        self.screenshot(proc, "launcher-tests")
 
         # The OpenGL 3 fur test, then a three-second limit on the settings tab.
-        self.click(inst, proc, "test.2102")
-        state = self.wait_state(inst, proc, lambda s: s["test3d"] == "2102", "the chosen test")
+        self.click(proc, "test.2102")
+        state = self.wait_state(proc, lambda s: s["test3d"] == "2102", "the chosen test")
         self.assertEqual(state["test_name"], "Furry VXA GL3")
         self.assertEqual(state["api3d"], "3")
-        self.click(inst, proc, "tab.settings")
-        self.wait_state(inst, proc, lambda s: s["tab"] == "settings", "the settings tab")
-        self.type_into(inst, proc, "max_time", "3000")
-        self.wait_state(inst, proc, lambda s: s["max_time"] == "3000", "the new time limit")
+        self.click(proc, "tab.settings")
+        self.wait_state(proc, lambda s: s["tab"] == "settings", "the settings tab")
+        self.type_into(proc, "max_time", "3000")
+        self.wait_state(proc, lambda s: s["max_time"] == "3000", "the new time limit")
         # The keyboard alone: Tab goes from the width to the height field.
-        self.type_into(inst, proc, "width", "320", enter=False)
+        self.type_into(proc, "width", "320", enter=False)
         self.xdo("key", "Tab")
         time.sleep(0.3)
         self.xdo("type", "--delay", "60", "240")
         self.xdo("key", "Return")
-        self.wait_state(inst, proc, lambda s: (s["width"], s["height"]) == ("320", "240"), "the size typed")
-        self.screenshot(inst, proc, "launcher-settings")
+        self.wait_state(proc, lambda s: (s["width"], s["height"]) == ("320", "240"), "the size typed")
+        self.screenshot(proc, "launcher-settings")
         for tab in ("gpu", "scores", "about"):
-            self.click(inst, proc, "tab." + tab)
-            self.wait_state(inst, proc, lambda s: s["tab"] == tab, "the %s tab" % tab)
-            self.screenshot(inst, proc, "launcher-" + tab)
+            self.click(proc, "tab." + tab)
+            self.wait_state(proc, lambda s: s["tab"] == tab, "the %s tab" % tab)
+            self.screenshot(proc, "launcher-" + tab)
 
         # Start: the launcher hides, the run ends by itself, the launcher
         # comes back with the score dialog.
-        self.click(inst, proc, "start")
+        self.click(proc, "start")
         self.wait_title(display, inst, proc, r"^Ardentium|.*Furry VXA GL3", timeout=120)
-        state = self.wait_state(inst, proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run",
+        state = self.wait_state(proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run",
                                 timeout=180)
         self.assertEqual(state["error"], "")
         self.assertEqual(state["score_dialog"], "1")
@@ -189,24 +125,24 @@ class LauncherTest(E2ETest):
         self.assertEqual(state["label.score.submit"], "Submit score: set the submission address in Settings")
         msgs = inst.messages_so_far()
         self.assertIn("Launcher: starting Furry VXA GL3 (OpenGL 3).", msgs)
-        self.screenshot(inst, proc, "score-dialog")
+        self.screenshot(proc, "score-dialog")
 
-        self.click(inst, proc, "score.save_json")
-        state = self.wait_state(inst, proc, lambda s: s.get("score.save", "").startswith("Saved to"), "the saved JSON")
+        self.click(proc, "score.save_json")
+        state = self.wait_state(proc, lambda s: s.get("score.save", "").startswith("Saved to"), "the saved JSON")
         with open(inst.path("Ardentium_Score.json")) as f:
             saved = json.load(f)
         self.assertEqual(saved["frames"], frames)
-        self.click(inst, proc, "score.save_csv")
-        self.wait_state(inst, proc, lambda s: s.get("score.save", "").endswith(".csv"), "the saved CSV")
+        self.click(proc, "score.save_csv")
+        self.wait_state(proc, lambda s: s.get("score.save", "").endswith(".csv"), "the saved CSV")
         with open(inst.path("Ardentium_Score.csv")) as f:
             header, row = f.read().splitlines()
         self.assertEqual(dict(zip(header.split(","), row.split(",")))["frames"], str(frames))
-        self.click(inst, proc, "score.copy")
-        self.wait_state(inst, proc, lambda s: s.get("score.copy") == "Copied.", "the copied score")
-        self.click(inst, proc, "score.close")
-        self.wait_state(inst, proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
+        self.click(proc, "score.copy")
+        self.wait_state(proc, lambda s: s.get("score.copy") == "Copied.", "the copied score")
+        self.click(proc, "score.close")
+        self.wait_state(proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
 
-        self.click(inst, proc, "quit")
+        self.click(proc, "quit")
         self.assertEqual(self.wait_exit(inst, proc), 0)
         attrs = self.settings_attributes(inst)
         self.assertEqual(attrs["launcher_test3d"], "2102")
@@ -223,8 +159,8 @@ class LauncherTest(E2ETest):
         self.assertIn("Launcher closed.", inst.messages())
 
     def run_to_score_dialog(self, inst, proc):
-        self.click(inst, proc, "start")
-        state = self.wait_state(inst, proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run",
+        self.click(proc, "start")
+        state = self.wait_state(proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run",
                                 timeout=180)
         self.assertEqual(state["error"], "")
         self.assertEqual(state["score_dialog"], "1")
@@ -249,12 +185,12 @@ class LauncherTest(E2ETest):
 
         # A slow server: the dialog keeps answering the pointer meanwhile.
         Recorder.status, Recorder.delay = 200, 4.0
-        self.click(inst, proc, "score.submit")
-        state = self.wait_state(inst, proc, lambda s: s["score.submit"].startswith("Sending to " + url), "the sending")
+        self.click(proc, "score.submit")
+        state = self.wait_state(proc, lambda s: s["score.submit"].startswith("Sending to " + url), "the sending")
         self.xdo("mousemove", "--window", self.wid, "5", "5")
-        self.wait_state(inst, proc, lambda s: s["pointer"].startswith("5,5,"), "the pointer moved while sending",
+        self.wait_state(proc, lambda s: s["pointer"].startswith("5,5,"), "the pointer moved while sending",
                         timeout=3)
-        state = self.wait_state(inst, proc, lambda s: "done" in s["score.submit"], "the submission's end")
+        state = self.wait_state(proc, lambda s: "done" in s["score.submit"], "the submission's end")
         self.assertEqual(state["score.submit"], "Score submission done: the server answered HTTP 200.")
         path, ctype, body = Recorder.received[-1]
         self.assertEqual((path, ctype), ("/scores", "application/json"))
@@ -264,8 +200,8 @@ class LauncherTest(E2ETest):
 
         # A server error and its reason.
         Recorder.status, Recorder.delay = 500, 0.0
-        self.click(inst, proc, "score.post")
-        state = self.wait_state(inst, proc, lambda s: "failed" in s["score.post"], "the failed status post")
+        self.click(proc, "score.post")
+        state = self.wait_state(proc, lambda s: "failed" in s["score.post"], "the failed status post")
         self.assertEqual(state["score.post"],
                          "Status post failed: the server answered HTTP 500 (database is down).")
         self.assertIn("Furry VXA GL2", json.loads(Recorder.received[-1][2])["status"])
@@ -273,17 +209,17 @@ class LauncherTest(E2ETest):
         # Nobody listening any more.
         server.shutdown()
         server.server_close()
-        self.click(inst, proc, "score.submit")
-        state = self.wait_state(inst, proc, lambda s: "failed" in s["score.submit"], "the refused submission")
+        self.click(proc, "score.submit")
+        state = self.wait_state(proc, lambda s: "failed" in s["score.submit"], "the refused submission")
         self.assertRegex(state["score.submit"], r"^Score submission failed: .*(onnect|refused)")
         msgs = inst.messages_so_far()
         self.assertIn("Score submission done: the server answered HTTP 200.", msgs)
         self.assertIn("Status post failed: the server answered HTTP 500 (database is down).", msgs)
         self.assertIn(state["score.submit"], msgs)
-        self.screenshot(inst, proc, "score-dialog-submissions")
+        self.screenshot(proc, "score-dialog-submissions")
         # Escape closes the dialog; a stop signal closes the launcher.
         self.xdo("key", "Escape")
-        self.wait_state(inst, proc, lambda s: s["score_dialog"] == "0", "the dialog closed by Escape")
+        self.wait_state(proc, lambda s: s["score_dialog"] == "0", "the dialog closed by Escape")
         proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.wait_exit(inst, proc), 0)
 
@@ -294,15 +230,9 @@ class LauncherTest(E2ETest):
         inst = self.install()
         with open(inst.path("startup_options.xml"), "w") as f:
             f.write(SETTINGS.replace('launcher_test3d="2003"', 'launcher_test3d="2102"') % "")
-        self.state_path = os.path.join(inst.root, "launcher-state.txt")
-        proc = inst.start("/launcher_state=" + self.state_path,
-                          env={"DISPLAY": display, "MESA_GL_VERSION_OVERRIDE": "3.0"})
-        self.addCleanup(lambda: proc.poll() is None and proc.kill())
-        self.display = display
-        self.wait_state(inst, proc, lambda s: s.get("tab") == "tests", "the tests tab")
-        self.wid, _ = self.wait_title(display, inst, proc, r"^VXA Ardentium$")
-        self.click(inst, proc, "start")
-        state = self.wait_state(inst, proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run")
+        proc = self.launcher(inst, display, env={"MESA_GL_VERSION_OVERRIDE": "3.0"})
+        self.click(proc, "start")
+        state = self.wait_state(proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run")
         # The box quotes the event log's reason, not only where the log is.
         error = state["error"].split("\\n")
         self.assertEqual(error[0], "Furry VXA GL3 could not start:")
@@ -311,11 +241,11 @@ class LauncherTest(E2ETest):
         self.assertEqual(error[-1], "(ardentium_log.txt has every step.)")
         self.assertEqual(state["error_dialog"], "1")
         self.assertEqual(state["score_dialog"], "0")
-        self.screenshot(inst, proc, "launcher-run-failed")
+        self.screenshot(proc, "launcher-run-failed")
         # The error box closes with its button and the launcher goes on.
-        self.click(inst, proc, "error.ok")
-        self.wait_state(inst, proc, lambda s: s["error_dialog"] == "0", "the closed error box")
-        self.click(inst, proc, "quit")
+        self.click(proc, "error.ok")
+        self.wait_state(proc, lambda s: s["error_dialog"] == "0", "the closed error box")
+        self.click(proc, "quit")
         # The session's worst outcome is its exit code.
         self.assertEqual(self.wait_exit(inst, proc), 2)
         self.assertIn("OpenGL 3 window creation failed!", inst.messages())
@@ -329,26 +259,22 @@ class LauncherTest(E2ETest):
             f.write("gpus=1\ndriver=550.54.14\ngpu0.name=NVIDIA GeForce RTX 4090\ngpu0.device=2684\n"
                     "gpu0.bus=00000000:41:00.0\ngpu0.temp=60\ngpu0.temp_step=1\ngpu0.util=99\ngpu0.fan=30\n"
                     "gpu0.clock=2520\ngpu0.memclock=10501\ngpu0.power_mw=300000\ngpu0.limit_mw=450000\n")
-        env = {"DISPLAY": display, "ARDENTIUM_FAKE_NVML_SCRIPT": script,
+        env = {"ARDENTIUM_FAKE_NVML_SCRIPT": script,
                "ARDENTIUM_NVML_LIBRARY": os.path.join(os.path.abspath(BUILD), "monitor-fakes", "libnvidia-ml.so.1")}
-        self.state_path = os.path.join(inst.root, "launcher-state.txt")
-        proc = inst.start("/launcher_state=" + self.state_path, env=env)
-        self.addCleanup(lambda: proc.poll() is None and proc.kill())
-        self.display = display
-        self.wait_state(inst, proc, lambda s: s.get("tab") == "tests", "the tests tab")
-        self.click(inst, proc, "tab.gpu")
+        proc = self.launcher(inst, display, env=env)
+        self.click(proc, "tab.gpu")
         nvidia = [k[:-len("name")] for k, v in read_state(self.state_path).items()
                   if k.startswith("gpu.") and k.endswith(".name") and v == "NVIDIA GeForce RTX 4090"]
         self.assertEqual(len(nvidia), 1, read_state(self.state_path))
         gpu = nvidia[0]
         # Live: the readings move and the history grows while the tab is up.
-        first = self.wait_state(inst, proc, lambda s: s[gpu + "temperature"] != "n.a.", "a temperature")
-        later = self.wait_state(inst, proc, lambda s: int(s[gpu + "history_samples"]) >= 3 and
+        first = self.wait_state(proc, lambda s: s[gpu + "temperature"] != "n.a.", "a temperature")
+        later = self.wait_state(proc, lambda s: int(s[gpu + "history_samples"]) >= 3 and
                                 s[gpu + "temperature"] != first[gpu + "temperature"], "a newer temperature")
         self.assertRegex(later[gpu + "temperature"], r"^\d+ C$")
         self.assertEqual(later[gpu + "core_clock"], "2520 MHz")
         self.assertIn("widget.gpu.graph." + str(int(gpu.split(".")[1]) - 1), later)
-        self.screenshot(inst, proc, "launcher-gpu-fake-nvidia")
+        self.screenshot(proc, "launcher-gpu-fake-nvidia")
         proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.wait_exit(inst, proc), 0)
 
@@ -371,7 +297,7 @@ class LauncherTest(E2ETest):
         self.assertEqual(state["text_scale"], "2.00")
         x, y, w, h = (int(v) for v in state["widget.start"].split(","))
         self.assertGreaterEqual(h, 40)  # 22 pixels at 96 DPI
-        self.screenshot(inst, proc, "launcher-192dpi")
+        self.screenshot(proc, "launcher-192dpi")
         proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.wait_exit(inst, proc), 0)
         # No run, no scores row, even with scores logged.

@@ -7,14 +7,11 @@ import threading
 import json
 import shutil
 import subprocess
-import time
 import unittest
 
-from ardtest import read_png, start_xvfb
-from test_launcher import Recorder, read_state
+from ardtest import LauncherDriver, start_xvfb
+from test_launcher import Recorder
 from test_wine import WINE_RUN, WineInstall
-
-SHOTS = os.environ.get("ARDENTIUM_SHOTS", "")
 
 
 def windows_path(path):
@@ -22,65 +19,19 @@ def windows_path(path):
 
 
 @unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xdotool"), "needs Xvfb and xdotool")
-class WineLauncher(unittest.TestCase):
-    WAIT = 180
+class WineLauncher(unittest.TestCase, LauncherDriver):
+    settle = 0.5
 
-    def log_tail(self):
+    def program_path(self, path):
+        return windows_path(path)
+
+    def launcher_failed(self, proc, message):
         try:
             with open(os.path.join(os.path.dirname(self.state_path), "ardentium_log.txt"), "rb") as f:
-                return f.read().decode("latin-1")[-3000:]
+                tail = f.read().decode("latin-1")[-3000:]
         except OSError:
-            return "(no event log)"
-
-    def wait_state(self, proc, predicate, what, timeout=WAIT):
-        deadline = time.time() + timeout
-        while True:
-            state = read_state(self.state_path)
-            if state and predicate(state):
-                return state
-            shown = {k: v for k, v in state.items() if not k.startswith("widget.")}
-            if proc.poll() is not None:
-                self.fail("the launcher ended (%s) before it showed %s; state: %r\n--- event log (end):\n%s" %
-                          (proc.returncode, what, shown, self.log_tail()))
-            if time.time() > deadline:
-                self.fail("the launcher did not show %s within %d s; state: %r\n--- event log (end):\n%s" %
-                          (what, timeout, shown, self.log_tail()))
-            time.sleep(0.3)
-
-    def xdo(self, *args):
-        subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display), check=True, timeout=30)
-
-    def click(self, proc, widget):
-        key = "widget." + widget
-        seen = None
-        while True:
-            state = self.wait_state(proc, lambda s: key in s, "the widget " + widget)
-            if state[key] == seen:
-                break
-            seen = state[key]
-            time.sleep(0.5)
-        x, y, w, h = (int(v) for v in seen.split(","))
-        ox, oy = (int(v) for v in state["client_origin"].split(","))
-        self.xdo("mousemove", str(ox + x + w // 2), str(oy + y + h // 2))
-        time.sleep(0.3)
-        self.xdo("mousedown", "1")
-        time.sleep(0.2)
-        self.xdo("mouseup", "1")
-
-    def screenshot(self, proc, inst, name):
-        target = os.path.join(inst.root, name + ".png")
-        with open(self.state_path + ".shot.tmp", "w") as f:
-            f.write(windows_path(target))
-        os.replace(self.state_path + ".shot.tmp", self.state_path + ".shot")
-        deadline = time.time() + 60
-        while os.path.exists(self.state_path + ".shot") and time.time() < deadline:
-            time.sleep(0.3)
-        self.assertTrue(os.path.exists(target), "no screenshot " + name)
-        _, _, rows = read_png(target)
-        self.assertGreater(len({px for row in rows[::8] for px in row[::8]}), 3, name)
-        if SHOTS:
-            os.makedirs(SHOTS, exist_ok=True)
-            shutil.copy2(target, os.path.join(SHOTS, name + ".png"))
+            tail = "(no event log)"
+        self.fail("%s\n--- event log (end):\n%s" % (message, tail))
 
     def test_choose_run_and_come_back(self):
         self.display = start_xvfb(self)
@@ -97,13 +48,14 @@ class WineLauncher(unittest.TestCase):
             f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings width="320" height="240" max_time="2000"'
                     ' enable_amark_music="0" launcher_test3d="2102" score_submit_url="%s" />\n</ardentium>\n' % url)
         self.state_path = os.path.join(inst.work_dir, "state.txt")
+        self.shot_folder = inst.root
         env = dict(os.environ, DISPLAY=self.display, WINEDLLOVERRIDES="winedbg.exe=d")
         proc = subprocess.Popen([WINE_RUN, os.path.join(inst.program_dir, "ardentium.exe"), "/launcher_state=state.txt"],
                                 cwd=inst.work_dir, env=env, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.addCleanup(proc.stderr.close)
         self.addCleanup(lambda: proc.poll() is None and proc.kill())
         self.wait_state(proc, lambda s: s.get("tab") == "tests", "the tests tab")
-        self.screenshot(proc, inst, "wine-launcher-tests")
+        self.screenshot(proc, "wine-launcher-tests")
 
         # The OpenGL 2 fur test through WGL. (A Direct3D 11 run started from
         # the launcher under Wine now and then never draws its first frame;
@@ -118,7 +70,7 @@ class WineLauncher(unittest.TestCase):
         self.assertEqual(state["score.Test"], "Furry VXA GL2")
         self.assertEqual(state["score.API"], "OpenGL 2")
         self.assertGreater(int(state["score.Frames"]), 0)
-        self.screenshot(proc, inst, "wine-score-dialog")
+        self.screenshot(proc, "wine-score-dialog")
         self.click(proc, "score.submit")
         state = self.wait_state(proc, lambda s: "done" in s["score.submit"] or "failed" in s["score.submit"],
                                 "the submission's end")
@@ -134,7 +86,7 @@ class WineLauncher(unittest.TestCase):
         self.click(proc, "score.submit")
         state = self.wait_state(proc, lambda s: "failed" in s["score.submit"], "the refused submission")
         self.assertEqual(state["score.submit"], "Score submission failed: could not connect to the server.")
-        self.screenshot(proc, inst, "wine-score-dialog-submissions")
+        self.screenshot(proc, "wine-score-dialog-submissions")
         self.click(proc, "score.close")
         self.wait_state(proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
         self.click(proc, "quit")
