@@ -158,7 +158,8 @@ def select(vendor, name):
 
 
 def _shape(tok):
-    return re.sub(r"9+", "9", re.sub(r"[A-Za-z]+", "a", re.sub(r"\d", "9", tok)))
+    """'9' for a model number ("7600", "7700S"), 'a9' for a lettered one ("X550", "R7")."""
+    return re.sub(r"a$", "", re.sub(r"9+", "9", re.sub(r"[A-Za-z]+", "a", re.sub(r"\d", "9", tok))))
 
 
 def expand(text):
@@ -167,6 +168,8 @@ def expand(text):
     first = parts[0].split()
     out = [" ".join(first)]
     for p in parts[1:]:
+        # Each item continues the one before it: "R7 250/350" is the R7 350.
+        first = out[-1].split()
         toks = p.split()
         if all(t.lower() in QUALIFIERS for t in toks):
             base = list(first)
@@ -290,7 +293,7 @@ def rows_for(vendor, device, name, subs, known):
         return [[did, chip, short_of(vendor, products[0]), full, str(level)] + figures]
     first = products[0]
     base = first.split()
-    while base and base[-1].lower() in QUALIFIERS:
+    while base and base[-1].lower() in ("series", "gpu"):
         base.pop()
     family = maker_prefix(vendor, first) + " ".join(base) + " Series"
     rows = [[did, chip, short_of(vendor, " ".join(base)) + " Series", family, str(level)] + figures]
