@@ -136,6 +136,40 @@ TEST(GpuDatabase, CoversTodaysBoards) {
     EXPECT_EQ(h100->boardPowerW, 700);
 }
 
+// Rows imported from the public PCI id list: every display device of the
+// three makers that the list names, one name per device, boards of a shared
+// ID by their subsystem.
+TEST(GpuDatabase, NamesTheDevicesOfThePciIdList) {
+    auto name = [](int cls, int device, int sv = -1, int sd = -1) {
+        const GpuDatabaseEntry* r = DatabaseRow(cls, DatabaseLookup(cls, device, sv, sd));
+        return r ? std::string(r->fullName) : std::string("(none)");
+    };
+    EXPECT_EQ(name(1, 0x1140), "NVIDIA GeForce 610M Series");
+    EXPECT_EQ(name(1, 0x1140, 0x1025, 0x0773), "NVIDIA GeForce 710M");
+    EXPECT_EQ(name(1, 0x1140, 0x1019, 0x999F), "NVIDIA GeForce GT 720M");
+    EXPECT_EQ(name(1, 0x0047), "NVIDIA GeForce 6800 GS");
+    EXPECT_EQ(name(2, 0x6843), "AMD Radeon HD 7670M");
+    EXPECT_EQ(name(2, 0x68E0), "ATI Mobility Radeon HD 5430 Series");
+    EXPECT_EQ(name(4, 0x5921), "Intel HD Graphics 620");
+    EXPECT_EQ(name(4, 0x46A1), "Intel UHD Graphics (Alder Lake)");
+    // Names only: the figures stay unknown rather than guessed.
+    const GpuDatabaseEntry* r = DatabaseRow(2, DatabaseLookup(2, 0x6843));
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->unifiedShaders, 0);
+    EXPECT_EQ(r->textureUnits, -1);
+    EXPECT_EQ(r->ropUnits, -1);
+    EXPECT_EQ(r->boardPowerW, 0);
+    EXPECT_EQ(r->d3dLevel, 110);  // TeraScale 2, as every row of that architecture
+    // The tables now hold the list's GPUs, not a few hundred hand-picked ones.
+    int nvidia = 0, amd = 0, intel = 0;
+    DatabaseTable(1, &nvidia);
+    DatabaseTable(2, &amd);
+    DatabaseTable(4, &intel);
+    EXPECT_GT(nvidia, 1400);
+    EXPECT_GT(amd, 1200);
+    EXPECT_GT(intel, 300);
+}
+
 // One device ID, several boards: the subsystem names the board where the
 // list knows it, the family row answers for the rest.
 TEST(GpuDatabase, BoardsAreToldApartBySubsystem) {

@@ -12,8 +12,10 @@ Which devices are GPUs: the list has no class per device, so the name decides.
   - NVIDIA and AMD: the bracketed marketing name must name a graphics product
     (GeForce, Quadro, Radeon, FirePro, ...), and no word of the whole name may
     name another function (audio, USB, bridge, switch, ...). Names without a
-    bracket are chip code names only ("Kaveri") and are left out; a few old
-    ATI boards named plainly ("Rage 128 PRO") are taken by their brand.
+    bracket are chip code names only ("Kaveri"): they are taken when the code
+    is one of the maker's graphics chips (NVIDIA_CHIP, AMD_CHIP), so console
+    chips, tuners and other silicon stay out; a few old ATI boards named
+    plainly ("Rage 128 PRO") are taken by their brand.
   - Intel: the name holds "Graphics" (or a bracketed Arc, Iris, UHD, HD or
     Data Center GPU name), and not "Memory Controller Hub", "Graphics Port"
     or "Audio".
@@ -25,11 +27,14 @@ list becomes a family row ("AMD Radeon RX 6800 Series") plus one board row per
 subsystem entry whose name contains exactly one product of the list. A part
 whose chip code ends in M is mobile, and its name says so ("Mobile" is added
 where the marketing name carries no mobile mark). Intel names without a
-marketing name become "Intel Integrated Graphics (<platform>)".
-Figures: all unknown (0 and -1). d3d_level: the level that the existing rows
-give for the same chip code when they agree, else the level of the chip's
-architecture from ARCH_LEVELS where that is certain, else 0 (unknown, as for
-a device the database lacks).
+marketing name become "Intel Integrated Graphics (<platform>)". A device that
+the list knows by its chip code only ("GK107M", "Kaveri", "DG2") is named by
+maker and chip ("NVIDIA Mobile GPU (GK107M)", "AMD Radeon Graphics (Kaveri)"
+for an APU's graphics), never by a guessed product.
+Figures: all unknown (0 and -1). d3d_level: the level of the chip's
+architecture from ARCH_LEVELS where that is certain, else the level that the
+existing rows give for the same chip code when they agree, else 0 (unknown,
+as for a device the database lacks).
 """
 import argparse
 import collections
@@ -52,8 +57,20 @@ OTHER_FUNCTION = re.compile(
     r"nvlink|dma|sound|ac'?97|pcie dummy|vga compatible|function)\b", re.I)
 NVIDIA_PRODUCT = re.compile(r"^(GeForce|Geforce|Quadro|Tesla|TITAN|RTX|GRID|NVS|CMP|ION|Riva|Vanta|A\d|H\d|L\d|T\d|"
                             r"P\d|B\d|PG\d|DRIVE|Jetson)", re.I)
-AMD_PRODUCT = re.compile(r"^(Radeon|Mobility|FirePro|FireGL|FireMV|FireStream|Rage|Mach|Instinct|All-In-Wonder|"
-                         r"AMD Radeon|AMD Custom GPU|ATI Radeon|Graphics Ultra)", re.I)
+AMD_PRODUCT = re.compile(r"^(Radeon|Mobility|FirePro|FireGL|FireMV|FireStream|Rage|3D Rage|Mach|Instinct|"
+                         r"All-In-Wonder|AMD Radeon|AMD Custom GPU|ATI Radeon|ATI FirePro|Graphics Ultra|"
+                         r"Graphics Xpression|Video Xpression|WinTurbo)", re.I)
+NVIDIA_CHIP = re.compile(r"^(NV\d+|G\d+|GT\d+|G[FKMPV]\d+|TU\d+|GA\d+|AD\d+|GH\d+|GB\d+)[A-Za-z0-9]*$")
+# Chip codes of AMD's graphics architectures (consoles' chips and TV tuners have others).
+AMD_CHIP = re.compile(r"^(R[1-7]\d\d|RV[1-7]\d\d|RS[1-8]\d\d|Cypress|Hemlock|Juniper|Redwood|Cedar|Barts|Turks|Caicos|"
+                      r"Cayman|Sumo|SuperSumo|Wrestler|Llano|Trinity|Richland|Devastator|Scrapper|Hainan|Tahiti|"
+                      r"Pitcairn|Cape Verde|Oland|Wimbledon|Neptune|Venus|Mars|Sun|Bonaire|Hawaii|Grenada|Tonga|"
+                      r"Fiji|Ellesmere|Baffin|Lexa|Polaris ?\d+|Kabini|Temash|Mullins|Beema|Kaveri|Godavari|Carrizo|"
+                      r"Stoney|Vega ?\d+|Navi ?\d+|Raven|Picasso|Renoir|Cezanne|Lucienne|Barcelo|Rembrandt|Raphael|"
+                      r"Phoenix\d?|Mendocino|Arcturus|Aldebaran|Aqua Vanjaram)\b")
+AMD_APU = re.compile(r"^(Sumo|SuperSumo|Wrestler|Llano|Trinity|Richland|Devastator|Scrapper|Kabini|Temash|Mullins|"
+                     r"Beema|Kaveri|Godavari|Carrizo|Stoney|Raven|Picasso|Renoir|Cezanne|Lucienne|Barcelo|"
+                     r"Rembrandt|Raphael|Phoenix\d?|Mendocino)\b")
 AMD_PLAIN = re.compile(r"^(Rage|3D Rage|Rage 128|Mach ?64|All-In-Wonder)\b", re.I)
 INTEL_BRACKET = re.compile(r"^(Arc|Iris|UHD|HD Graphics|Data Center GPU|Graphics)", re.I)
 # Parts that never reached users: engineering samples and the maker's internal board codes.
@@ -138,6 +155,10 @@ def select(vendor, name):
             return code, product
         if re.match(r"^(HD|UHD|Iris|Iris Pro|Iris Plus|Iris Xe)\b.*Graphics", name):
             return "", name
+        if re.match(r"^Graphics Media Accelerator \d+", name):
+            return "", re.match(r"^Graphics Media Accelerator \d+", name).group(0)
+        if not product and re.match(r"^([A-Za-z]+ ?Lake-?\w* GT\d\w*|DG\d(-\w+)?)$", name):
+            return name, None
         m = re.match(r"^(.*?)\s*(Chipset |System and |Express |Processor Family |\(CGC\) )*(AGP )?"
                      r"(Integrated Graphics|Graphics Controller|Graphics Device|Graphics Processor|"
                      r"Graphics Accelerator|Graphics & Display|Graphics and Video|Graphics\b)", name)
@@ -149,11 +170,17 @@ def select(vendor, name):
     if vendor == "10de":
         if product and NVIDIA_PRODUCT.match(product):
             return code, product
+        # A chip code alone, or with the maker's internal board code ("GK107M [N14P-GS]").
+        if (not product or re.match(r"^[A-Z]\d+[A-Z]?-[A-Z0-9]+$", product)) and NVIDIA_CHIP.match(code):
+            return code, None
         return None
     if product and AMD_PRODUCT.match(product):
         return code, product
     if not product and AMD_PLAIN.match(name):
         return "", name
+    # A chip code alone, or with its other code ("Ellesmere [Polaris10]").
+    if (not product or re.match(r"^Polaris ?\d+$", product)) and AMD_CHIP.match(code):
+        return code, None
     return None
 
 
@@ -205,7 +232,7 @@ def maker_prefix(vendor, product):
     if product.startswith(("AMD ", "ATI ")):
         return ""
     old = re.match(r"^(Mobility |Radeon (\d{4,5}|X\d|HD [2-6]\d{3}|IGP|Xpress|HD [2-6]\d{2}0)|Rage|3D Rage|Mach|"
-                   r"All-In-Wonder|FireGL|FireMV|Graphics Ultra|Radeon (LE|SDR|DDR|VE|Mobility))", product, re.I)
+                   r"All-In-Wonder|FireGL|FireMV|Graphics Ultra|Graphics Xpression|Video Xpression|WinTurbo|Radeon (LE|SDR|DDR|VE|Mobility))", product, re.I)
     return "ATI " if old else "AMD "
 
 
@@ -221,21 +248,21 @@ def is_mobile_code(code):
 
 
 def level_of(vendor, code, known):
+    for pattern, level in ARCH_LEVELS[vendor]:
+        if code and re.search(pattern, code):
+            return level
     words = code.split()
     for n in range(len(words), 0, -1):
         k = " ".join(words[:n])
         if k in known and len(known[k]) == 1:
             return next(iter(known[k]))
-    for pattern, level in ARCH_LEVELS[vendor]:
-        if code and re.search(pattern, code):
-            return level
     return 0
 
 
 def short_of(vendor, product):
     s = re.sub(r"^(NVIDIA |AMD |ATI |Intel )", "", product)
     s = re.sub(r"^(GeForce |Radeon |Quadro )", "", s) if vendor != "8086" else s
-    s = re.sub(r" Graphics$", "", s)
+    s = re.sub(r" Graphics\b", "", s)
     return s[:40]
 
 
@@ -276,6 +303,18 @@ def rows_for(vendor, device, name, subs, known):
         code = INTEL_PLATFORM.get(device[:2], "")
         if code and re.match(r"^U?HD Graphics$", product):
             product += f" ({code})"
+    if product is None and vendor != "8086" or vendor == "8086" and product is None and re.match(r"^DG\d", code):
+        # Only the chip is known: its maker and chip, never a guessed product.
+        if vendor == "10de":
+            full = f"NVIDIA {'Mobile GPU' if is_mobile_code(code) else 'GPU'} ({code})"
+        elif vendor == "8086":
+            full = f"Intel Graphics ({code})"
+        elif AMD_APU.match(code):
+            full = f"AMD Radeon Graphics ({code})"
+        else:
+            full = f"{'ATI' if re.match(r'^(R|RV|RS)[1-7]', code) else 'AMD'} GPU ({code})"
+        chip = code.split("/")[0].strip()
+        return [[did, chip, "", full, str(level_of(vendor, chip, known)), "0", "0", "0", "-1", "-1", "0"]]
     if vendor == "8086" and product is None:
         platform = re.sub(r"\s*/\s*", ", ", code).strip(" ,")
         full = f"Intel Integrated Graphics ({platform})"

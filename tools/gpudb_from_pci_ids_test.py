@@ -22,6 +22,9 @@ PCI_IDS = """\
 	1309  Kaveri [Radeon R6/R7 Graphics]
 	1314  Wrestler HDMI Audio
 	15bf  Phoenix1
+	1607  Arden
+	4d53  Theater 550 PRO PCIe
+	67cf  Ellesmere [Polaris10]
 	4170  RV350 [Radeon 9550/9600/X1050 Series] (Secondary)
 	68e0  Park [Mobility Radeon HD 5430/5450/5470]
 	73bf  Navi 21 [Radeon RX 6800/6800 XT / 6900 XT]
@@ -50,6 +53,8 @@ PCI_IDS = """\
 		1025 0773  GeForce 710M
 		1043 14c7  GeForce GT 720M
 	0047  NV40 [GeForce 6800 GS]
+	0fe8  GK107M [N14P-GS]
+	06ff  G98 [HICx16 + Graphics]
 	0028  NV5 [Riva TNT2 / TNT2 Pro]
 	05e7  GT200GL [Tesla C1060 / M1060]
 8086  Intel Corporation
@@ -63,6 +68,8 @@ PCI_IDS = """\
 	56b1  DG2 [Arc Pro A40/A50]
 	2a41  Mobile 4 Series Chipset PCI Express Graphics Port
 	4f90  DG2 Audio Controller
+	4f80  DG2
+	0104  Xeon E3-1200/2nd Generation Core Processor Family DRAM Controller
 1234  Somebody Else
 	5921  Radeon Lookalike [Radeon RX 6900 XT]
 C 00  Unclassified device
@@ -98,9 +105,9 @@ class Selection(unittest.TestCase):
         ids = {v: set(rows) for v, rows in p.items()}
         # Audio, USB, DRAM controllers, a graphics port, a memory controller hub, a second head and a
         # bare code name are not GPUs; an engineering sample never reached users.
-        for v, gone in (("amd", {"0x1314", "0xAB30", "0x4170", "0x15BF"}),
-                        ("nvidia", {"0x1AD8", "0x10F0", "0x1E2E"}),
-                        ("intel", {"0x2E30", "0x7120", "0x2A41", "0x4F90"})):
+        for v, gone in (("amd", {"0x1314", "0xAB30", "0x4170", "0x1607", "0x4D53"}),
+                        ("nvidia", {"0x1AD8", "0x10F0", "0x1E2E", "0x06FF"}),
+                        ("intel", {"0x2E30", "0x7120", "0x2A41", "0x4F90", "0x0104"})):
             self.assertFalse(ids[v] & gone, v)
         self.assertLessEqual({"0x1309", "0x68E0", "0x73BF", "0x7480"}, ids["amd"])
         self.assertLessEqual({"0x1F9D", "0x1E87", "0x1C8C", "0x1C8D", "0x2191", "0x1140", "0x0047", "0x05E7"}, ids["nvidia"])
@@ -135,6 +142,14 @@ class Naming(unittest.TestCase):
         for v in p:
             for did, row in p[v].items():
                 self.assertNotIn("/", row[3], did)
+
+    def test_a_chip_code_alone_names_maker_and_chip(self):
+        p = proposals()
+        self.assertEqual(p["amd"]["0x15BF"][3], "AMD Radeon Graphics (Phoenix1)")  # an APU's graphics
+        self.assertEqual(p["amd"]["0x67CF"][3], "AMD GPU (Ellesmere)")
+        self.assertEqual(p["nvidia"]["0x0FE8"][3], "NVIDIA Mobile GPU (GK107M)")
+        self.assertEqual(p["intel"]["0x4F80"][3], "Intel Graphics (DG2)")
+        self.assertEqual([p["amd"]["0x15BF"][4], p["amd"]["0x67CF"][4], p["nvidia"]["0x0FE8"][4]], ["122", "120", "110"])
 
     def test_mobile_parts_say_so(self):
         p = proposals()
