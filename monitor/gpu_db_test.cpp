@@ -41,7 +41,7 @@ TEST(GpuDatabase, Gtx980RowMatchesTheLayoutExample) {
 
 TEST(GpuDatabase, LookupIsPerVendorAndMissesGiveMinusOne) {
     EXPECT_GE(DatabaseLookup(1, 0x13C0), 0);
-    EXPECT_EQ(DatabaseLookup(2, 0x13C0), -1);  // an NVIDIA ID in the AMD table
+    EXPECT_EQ(DatabaseLookup(2, 0x2204), -1);  // an NVIDIA ID in the AMD table
     EXPECT_EQ(DatabaseLookup(1, 0x0001), -1);
     EXPECT_EQ(DatabaseLookup(0, 0x13C0), -1);
     EXPECT_EQ(DatabaseLookup(5, 0x13C0), -1);
@@ -72,7 +72,9 @@ TEST(GpuDatabase, TablesAreClosedAndWellFormed) {
         for (int i = 0; i < rows; ++i) {
             EXPECT_NE(t[i].deviceId, 0u);
             // A board row names one product; only S3's product names hold slashes.
-            if (cls != 3) EXPECT_EQ(std::strchr(t[i].fullName, '/'), nullptr) << t[i].fullName;
+            if (cls != 3) {
+                EXPECT_EQ(std::strchr(t[i].fullName, '/'), nullptr) << t[i].fullName;
+            }
             EXPECT_GT(std::strlen(t[i].fullName), 0u);
             EXPECT_GT(std::strlen(t[i].codeName), 0u);
             EXPECT_GE(t[i].textureUnits, -1);
@@ -85,7 +87,9 @@ TEST(GpuDatabase, TablesAreClosedAndWellFormed) {
             if (t[i].deviceId != kNeverMatchedId) {
                 EXPECT_TRUE(ids.insert({t[i].deviceId, t[i].subId}).second) << t[i].fullName;
                 // A board row always has its device's own row to fall back on.
-                if (t[i].subId != 0) EXPECT_GE(DatabaseLookup(cls, static_cast<int>(t[i].deviceId)), 0) << t[i].fullName;
+                if (t[i].subId != 0) {
+                    EXPECT_GE(DatabaseLookup(cls, static_cast<int>(t[i].deviceId)), 0) << t[i].fullName;
+                }
             }
         }
     }
@@ -152,6 +156,14 @@ TEST(GpuDatabase, NamesTheDevicesOfThePciIdList) {
     EXPECT_EQ(name(2, 0x68E0), "ATI Mobility Radeon HD 5430 Series");
     EXPECT_EQ(name(4, 0x5921), "Intel HD Graphics 620");
     EXPECT_EQ(name(4, 0x46A1), "Intel UHD Graphics (Alder Lake)");
+    // Parts newer than the build machines' list, from the newer list kept in data/gpudb/.
+    EXPECT_EQ(name(1, 0x2B87), "NVIDIA GeForce RTX 5090 D");
+    EXPECT_EQ(name(1, 0x2D19), "NVIDIA GeForce RTX 5060 Mobile");
+    EXPECT_EQ(name(2, 0x7590), "AMD Radeon RX 9060 XT");
+    EXPECT_EQ(name(2, 0x13C0), "AMD Radeon Graphics (Granite Ridge)");
+    EXPECT_EQ(name(4, 0xE212), "Intel Arc Pro B50");
+    EXPECT_EQ(name(4, 0xB080), "Intel Arc B390");
+    EXPECT_EQ(name(4, 0x6420), "Intel Graphics (Lunar Lake)");
     // Names only: the figures stay unknown rather than guessed.
     const GpuDatabaseEntry* r = DatabaseRow(2, DatabaseLookup(2, 0x6843));
     ASSERT_NE(r, nullptr);

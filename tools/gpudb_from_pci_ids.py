@@ -56,7 +56,7 @@ OTHER_FUNCTION = re.compile(
     r"thermal|sensor|pmu|psp|secondary|xbox|playstation|xenos|hbiu|daio|storage|memory controller|host|"
     r"nvlink|dma|sound|ac'?97|pcie dummy|vga compatible|function)\b", re.I)
 NVIDIA_PRODUCT = re.compile(r"^(GeForce|Geforce|Quadro|Tesla|TITAN|RTX|GRID|NVS|CMP|ION|Riva|Vanta|A\d|H\d|L\d|T\d|"
-                            r"P\d|B\d|PG\d|DRIVE|Jetson)", re.I)
+                            r"P\d|B\d|PG\d|GH\d|GB\d|HGX|DRIVE|Jetson)", re.I)
 AMD_PRODUCT = re.compile(r"^(Radeon|Mobility|FirePro|FireGL|FireMV|FireStream|Rage|3D Rage|Mach|Instinct|"
                          r"All-In-Wonder|AMD Radeon|AMD Custom GPU|ATI Radeon|ATI FirePro|Graphics Ultra|"
                          r"Graphics Xpression|Video Xpression|WinTurbo)", re.I)
@@ -67,16 +67,18 @@ AMD_CHIP = re.compile(r"^(R[1-7]\d\d|RV[1-7]\d\d|RS[1-8]\d\d|Cypress|Hemlock|Jun
                       r"Pitcairn|Cape Verde|Oland|Wimbledon|Neptune|Venus|Mars|Sun|Bonaire|Hawaii|Grenada|Tonga|"
                       r"Fiji|Ellesmere|Baffin|Lexa|Polaris ?\d+|Kabini|Temash|Mullins|Beema|Kaveri|Godavari|Carrizo|"
                       r"Stoney|Vega ?\d+|Navi ?\d+|Raven|Picasso|Renoir|Cezanne|Lucienne|Barcelo|Rembrandt|Raphael|"
-                      r"Phoenix\d?|Mendocino|Arcturus|Aldebaran|Aqua Vanjaram)\b")
+                      r"Phoenix\d?|Mendocino|HawkPoint\d?|Krackan\d?|Strix|Granite Ridge|Arcturus|Aldebaran|Aqua Vanjaram)")
 AMD_APU = re.compile(r"^(Sumo|SuperSumo|Wrestler|Llano|Trinity|Richland|Devastator|Scrapper|Kabini|Temash|Mullins|"
                      r"Beema|Kaveri|Godavari|Carrizo|Stoney|Raven|Picasso|Renoir|Cezanne|Lucienne|Barcelo|"
-                     r"Rembrandt|Raphael|Phoenix\d?|Mendocino)\b")
+                     r"Rembrandt|Raphael|Phoenix\d?|Mendocino|HawkPoint\d?|Krackan\d?|Strix|Granite Ridge)")
 AMD_PLAIN = re.compile(r"^(Rage|3D Rage|Rage 128|Mach ?64|All-In-Wonder)\b", re.I)
-INTEL_BRACKET = re.compile(r"^(Arc|Iris|UHD|HD Graphics|Data Center GPU|Graphics)", re.I)
+INTEL_BRACKET = re.compile(r"^(Arc|Iris|UHD|HD Graphics|Data Center GPU|Graphics|Intel Graphics|Intel Arc|Intel Xe|"
+                           r"Server GPU)", re.I)
 # Parts that never reached users: engineering samples and the maker's internal board codes.
 UNRELEASED = re.compile(r"Engineering Sample|Prototype|\bPG\d{3}\b|\bSKU ?\d", re.I)
 INTEL_NOT = re.compile(r"memory controller hub|graphics port|audio", re.I)
-MOBILE_MARK = re.compile(r"\b(Mobile|Mobility|Laptop|Max-Q|Go|Notebook|MX\d+)\b|\bGo\d|\b[A-Z]?\d{3,4}[A-Z]*M\b|\bM\d+", re.I)
+MOBILE_MARK = re.compile(r"\b(Mobile|Mobility|Laptop|Max-Q|Go|Notebook|Embedded|MX\d+)\b|\bGo\d|\b[A-Z]?\d{3,4}[A-Z]*M\b|\bM\d+", re.I)
+SHARED_TAIL = {"Graphics", "Ada", "Generation", "Blackwell"}
 QUALIFIERS = {"mobile", "max-q", "laptop", "gpu", "series"}
 
 # Direct3D feature level x 10 by chip code, for architectures where it is
@@ -97,7 +99,7 @@ ARCH_LEVELS = {
               r"Iceland|Strato|Emerald|Tobago|Kabini|Temash|Mullins|Beema|Kaveri|Godavari|Carrizo|Stoney)", 120),
              (r"^(Vega|Navi 1\d|Navi1\d|Raven|Picasso|Renoir|Cezanne|Lucienne|Barcelo|Dali|Pollock)", 121),
              (r"^(Navi 2\d|Navi2\d|Navi 3\d|Navi3\d|Navi 4\d|Rembrandt|Raphael|Phoenix|Mendocino|VanGogh|Van Gogh|"
-              r"Strix|Krackan)", 122)],
+              r"Strix|Krackan|HawkPoint|Granite Ridge|Sephiroth)", 122)],
     "8086": [(r"8291[05]|9[14]5G|945GSE|E7221|82946|Q96[35]|82G965|G33|Q33|Q35", 90),
              (r"G35|GM965|GME965|4 Series", 100),
              (r"Sandy ?Bridge|Ironlake|Clarkdale|Arrandale", 101), (r"Ivy ?Bridge|Valleyview|Bay ?Trail", 110),
@@ -105,7 +107,7 @@ ARCH_LEVELS = {
              (r"Skylake|Kaby ?Lake|KabyLake|Coffee ?Lake|CoffeeLake|Comet ?Lake|CometLake|Whiskey ?Lake|Amber ?Lake|"
               r"Apollo ?Lake|Gemini ?Lake|Ice ?Lake|Tiger ?Lake|TigerLake|Rocket ?Lake|Alder ?Lake|AlderLake|"
               r"Raptor ?Lake|Jasper ?Lake|JasperLake|Elkhart ?Lake|DG1|Lakefield", 121),
-             (r"DG2|Alchemist|Battlemage|BMG|Meteor ?Lake|Lunar ?Lake|Arrow ?Lake", 122)],
+             (r"DG2|Alchemist|Battlemage|BMG|Meteor ?Lake|Lunar ?Lake|Arrow ?Lake|Panther ?Lake|Wildcat ?Lake", 122)],
 }
 
 
@@ -132,6 +134,20 @@ def parse_pci_ids(lines):
         m = re.match(r"\t([0-9a-fA-F]{4})\s+(.*)$", line)
         if m:
             out[vendor].append((m.group(1).lower(), m.group(2).strip(), []))
+    return out
+
+
+def merge(old, new):
+    """The devices of two lists; the newer list's entry of a device replaces the older one's, keeping the
+    older subsystems when the newer entry lists none."""
+    if old is None:
+        return new
+    out = collections.OrderedDict()
+    for vendor in VENDORS:
+        devices = {d: (d, n, s) for d, n, s in old.get(vendor, [])}
+        for d, n, s in new.get(vendor, []):
+            devices[d] = (d, n, s or devices.get(d, (d, n, []))[2])
+        out[vendor] = [devices[d] for d in sorted(devices)]
     return out
 
 
@@ -217,6 +233,14 @@ def expand(text):
         if at is None:
             at = 1 if len(first) > 1 else len(first)
         out.append(" ".join(first[:at] + toks))
+    # A tail the list writes once applies to every item: "RTX 2000 / 2000E Ada Generation".
+    tail = []
+    for w in reversed(out[-1].split()[1:]):
+        if w not in SHARED_TAIL:
+            break
+        tail.insert(0, w)
+    if tail:
+        out = [o if o.endswith(" ".join(tail)) else o + " " + " ".join(tail) for o in out]
     seen = []
     for o in out:
         if o not in seen:
@@ -231,8 +255,9 @@ def maker_prefix(vendor, product):
         return "" if product.startswith("Intel") else "Intel "
     if product.startswith(("AMD ", "ATI ")):
         return ""
-    old = re.match(r"^(Mobility |Radeon (\d{4,5}|X\d|HD [2-6]\d{3}|IGP|Xpress|HD [2-6]\d{2}0)|Rage|3D Rage|Mach|"
-                   r"All-In-Wonder|FireGL|FireMV|Graphics Ultra|Graphics Xpression|Video Xpression|WinTurbo|Radeon (LE|SDR|DDR|VE|Mobility))", product, re.I)
+    old = re.match(r"^(Mobility |Radeon (\d{4,5}|X\d|HD [2-6]\d{3}|IGP|Xpress)|Rage|3D Rage|Mach|All-In-Wonder|FireGL|"
+                   r"FireMV|Graphics Ultra|Graphics Xpression|Video Xpression|WinTurbo|Radeon (LE|SDR|DDR|VE|Mobility)\b)",
+                   product, re.I)
     return "ATI " if old else "AMD "
 
 
@@ -301,8 +326,9 @@ def rows_for(vendor, device, name, subs, known):
     did = "0x" + device.upper()
     if vendor == "8086" and not code:
         code = INTEL_PLATFORM.get(device[:2], "")
-        if code and re.match(r"^U?HD Graphics$", product):
-            product += f" ({code})"
+    # A brand without a model ("Intel Graphics", "Radeon Graphics") says which chip it is.
+    if product and code and not re.search(r"\d", product) and re.search(r"Graphics$", product):
+        product += f" ({code.split('/')[0].strip()})"
     if product is None and vendor != "8086" or vendor == "8086" and product is None and re.match(r"^DG\d", code):
         # Only the chip is known: its maker and chip, never a guessed product.
         if vendor == "10de":
@@ -326,6 +352,10 @@ def rows_for(vendor, device, name, subs, known):
     products = expand(product) if "/" in product else [product]
     if vendor == "10de" and is_mobile_code(code):
         products = [p if MOBILE_MARK.search(p) else p + " Mobile" for p in products]
+    # "RTX 4060 Max-Q / Mobile" is one laptop part in two power configurations.
+    bases = {" ".join(w for w in p.split() if w.lower() not in QUALIFIERS) for p in products}
+    if len(products) > 1 and len(bases) == 1 and all(re.search(r"\b(Mobile|Max-Q|Laptop)\b", p) for p in products):
+        products = [bases.pop() + " Mobile"]
     figures = ["0", "0", "0", "-1", "-1", "0"]
     if len(products) == 1:
         full = maker_prefix(vendor, products[0]) + products[0]
@@ -397,23 +427,32 @@ def list_date(lines):
         m = re.match(r"#\s*Date:\s*(\S+)", line)
         if m:
             return m.group(1)
+        m = re.search(r"\(version (\d{4})\.(\d\d)\.(\d\d)\)", line)
+        if m:
+            return "-".join(m.groups())
     return "unknown date"
 
 
 def main(argv=None):
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    ap.add_argument("--pci-ids", default="/usr/share/misc/pci.ids")
+    ap.add_argument("--pci-ids", action="append",
+                    help="a PCI id list; later lists replace earlier entries of the same device "
+                         "(default: /usr/share/misc/pci.ids, then data/gpudb/pci_ids_newer.txt)")
     ap.add_argument("--data", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data", "gpudb"))
     ap.add_argument("--apply", action="store_true", help="write the rows into the vendor files")
     a = ap.parse_args(argv)
-    try:
-        with open(a.pci_ids, encoding="utf-8", errors="replace") as f:
-            lines = f.read().splitlines()
-    except OSError as e:
-        print(f"gpudb_from_pci_ids: cannot read {a.pci_ids}: {e}", file=sys.stderr)
-        return 1
-    pci = parse_pci_ids(lines)
-    date = list_date(lines)
+    lists = a.pci_ids or ["/usr/share/misc/pci.ids", os.path.join(a.data, "pci_ids_newer.txt")]
+    pci, dates = None, []
+    for path in lists:
+        try:
+            with open(path, encoding="utf-8", errors="replace") as f:
+                lines = f.read().splitlines()
+        except OSError as e:
+            print(f"gpudb_from_pci_ids: cannot read {path}: {e}", file=sys.stderr)
+            return 1
+        pci = merge(pci, parse_pci_ids(lines))
+        dates.append(f"{os.path.basename(path)} of {list_date(lines)}")
+    date = ", ".join(dates)
     for vendor, (keep, rows) in propose(pci, a.data).items():
         path = os.path.join(a.data, VENDORS[vendor] + ".csv")
         devices = len({r[0].split(":")[0] for r in rows})
@@ -425,7 +464,7 @@ def main(argv=None):
             keep.pop()
         text = "\n".join(keep) + "\n"
         if rows:
-            text += (f"{SECTION_MARK} (pci.ids of {date}, tools/gpudb_from_pci_ids.py): names only, figures unknown;\n"
+            text += (f"{SECTION_MARK} ({date}; tools/gpudb_from_pci_ids.py): names only, figures unknown;\n"
                      "# --- rows below are rewritten by the importer, add hand-checked rows above this section\n")
             text += to_csv(rows)
         with open(path, "w", encoding="utf-8") as f:

@@ -154,7 +154,8 @@ class Naming(unittest.TestCase):
     def test_mobile_parts_say_so(self):
         p = proposals()
         self.assertEqual(p["nvidia"]["0x2191"][3], "NVIDIA GeForce GTX 1660 Ti Mobile")
-        self.assertEqual(p["nvidia"]["0x1F9D"][3], "NVIDIA GeForce GTX 1650 Mobile Series")
+        # Mobile and Max-Q are two power settings of one laptop part: one name, not a family.
+        self.assertEqual(p["nvidia"]["0x1F9D"][3], "NVIDIA GeForce GTX 1650 Mobile")
         self.assertEqual(p["nvidia"]["0x1140"][3], "NVIDIA GeForce 610M Series")
 
     def test_slash_lists_expand_to_whole_names(self):
@@ -167,6 +168,9 @@ class Naming(unittest.TestCase):
         self.assertEqual(imp.expand("Radeon RX 7700S/7600/7600S/7600M XT/PRO W7600"),
                          ["Radeon RX 7700S", "Radeon RX 7600", "Radeon RX 7600S", "Radeon RX 7600M XT", "Radeon PRO W7600"])
         self.assertEqual(imp.expand("Tesla C1060 / M1060"), ["Tesla C1060", "Tesla M1060"])
+        # A tail written once belongs to every item.
+        self.assertEqual(imp.expand("RTX 2000 / 2000E Ada Generation"), ["RTX 2000 Ada Generation", "RTX 2000E Ada Generation"])
+        self.assertEqual(imp.expand("Radeon R6/R7 Graphics"), ["Radeon R6 Graphics", "Radeon R7 Graphics"])
         self.assertEqual(imp.expand("Radeon HD 8670 / R5 340X OEM / R7 250/350/350X OEM"),
                          ["Radeon HD 8670", "Radeon R5 340X OEM", "Radeon R7 250", "Radeon R7 350", "Radeon R7 350X OEM"])
 
@@ -200,6 +204,50 @@ class Naming(unittest.TestCase):
         self.assertEqual((p["intel"]["0x5921"][1], p["intel"]["0x5921"][4]), ("Kaby Lake", "121"))
         self.assertEqual(p["nvidia"]["0x0028"][3], "NVIDIA Riva TNT2 Series")
         self.assertEqual(p["nvidia"]["0x0028"][4], "0")  # an architecture without a certain level: unknown
+
+
+NEWER = """\
+# a later list
+1002  Advanced Micro Devices, Inc. [AMD/ATI]
+	13c0  Granite Ridge [Radeon Graphics]
+	73bf  Navi 21 [Radeon RX 6800/6800 XT / 6900 XT]
+10de  NVIDIA Corporation
+	2b85  GB202 [GeForce RTX 5090]
+	28e0  AD107M [GeForce RTX 4060 Max-Q / Mobile]
+8086  Intel Corporation
+	7d55  Meteor Lake-P [Intel Arc Graphics]
+	e20b  Battlemage G21 [Arc B580]
+"""
+
+
+class NewerList(unittest.TestCase):
+    def test_a_later_list_adds_devices_and_replaces_entries(self):
+        old = imp.parse_pci_ids(PCI_IDS.splitlines())
+        merged = imp.merge(old, imp.parse_pci_ids(NEWER.splitlines()))
+        amd = {d: (n, s) for d, n, s in merged["1002"]}
+        self.assertIn("13c0", amd)
+        self.assertIn("1309", amd)  # the older list's devices stay
+        # Same entry in both: the older list's boards are kept when the newer names none.
+        self.assertEqual(len(amd["73bf"][1]), 5)
+        self.assertEqual([d for d, _, _ in merged["10de"]], sorted(d for d, _, _ in merged["10de"]))
+
+    def test_brands_without_a_model_name_their_chip(self):
+        pci = imp.parse_pci_ids(NEWER.splitlines())
+        names = {(v, d): imp.rows_for(v, d, n, s, {})[0] for v in pci for d, n, s in pci[v]}
+        self.assertEqual(names[("1002", "13c0")][3], "AMD Radeon Graphics (Granite Ridge)")
+        self.assertEqual(names[("8086", "7d55")][3], "Intel Arc Graphics (Meteor Lake-P)")
+        self.assertEqual(names[("8086", "e20b")][3], "Intel Arc B580")
+        self.assertEqual(names[("10de", "28e0")][3], "NVIDIA GeForce RTX 4060 Mobile")
+        self.assertEqual([names[k][4] for k in (("10de", "2b85"), ("8086", "e20b"), ("1002", "13c0"))], ["122"] * 3)
+
+    def test_the_projects_newer_list_holds_graphics_devices_only(self):
+        # Every entry copied into data/gpudb/ by hand must pass the importer's rules, so a
+        # mistyped line shows up here rather than as a missing name.
+        path = os.path.join(HERE, "..", "data", "gpudb", "pci_ids_newer.txt")
+        pci = imp.parse_pci_ids(read(path).splitlines())
+        self.assertGreater(sum(len(d) for d in pci.values()), 300)
+        left_out = [(v, d, n) for v in pci for d, n, _ in pci[v] if imp.select(v, n) is None]
+        self.assertEqual(left_out, [])
 
 
 class Apply(unittest.TestCase):
