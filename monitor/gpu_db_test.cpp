@@ -182,6 +182,25 @@ TEST(GpuDatabase, NamesTheDevicesOfThePciIdList) {
     EXPECT_GT(intel, 300);
 }
 
+TEST(GpuDatabase, NamesOfSeveralProductsGiveWayToTheAdaptersOwn) {
+    for (const char* n : {"AMD Radeon RX 6800 Series", "NVIDIA Mobile GPU (GK107M)", "AMD Radeon Graphics (Kaveri)",
+                          "Intel Graphics (Lunar Lake)", "Intel Integrated Graphics (Atom Processor D2xxx, N2xxx)"})
+        EXPECT_TRUE(NamesSeveralProducts(n)) << n;
+    for (const char* n : {"NVIDIA GeForce RTX 4090", "Intel GMA 3100 (G33)", "Intel Iris Plus Graphics G7 (Ice Lake)",
+                          "AMD Radeon 610M", "Series", "(GK107M)", ")", ""})
+        EXPECT_FALSE(NamesSeveralProducts(n)) << n;
+    EXPECT_FALSE(NamesSeveralProducts(nullptr));
+    // The chip-only rows the importer writes are all recognised as such.
+    for (int cls : {1, 2, 4}) {
+        int rows = 0;
+        const GpuDatabaseEntry* t = DatabaseTable(cls, &rows);
+        for (int i = 0; i < rows; ++i)
+            if (std::strstr(t[i].fullName, " GPU (") && std::strncmp(t[i].fullName, "NVIDIA", 6) == 0) {
+                EXPECT_TRUE(NamesSeveralProducts(t[i].fullName)) << t[i].fullName;
+            }
+    }
+}
+
 // One device ID, several boards: the subsystem names the board where the
 // list knows it, the family row answers for the rest.
 TEST(GpuDatabase, BoardsAreToldApartBySubsystem) {
