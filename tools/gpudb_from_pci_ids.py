@@ -165,7 +165,8 @@ def select(vendor, name):
     if UNRELEASED.search(name):
         return None
     if vendor == "8086":
-        if INTEL_NOT.search(name) or OTHER_FUNCTION.search(re.sub(r"Graphics Controller", "", name, flags=re.I)):
+        # "Ivy Bridge" is a processor, not a bridge.
+        if INTEL_NOT.search(name) or OTHER_FUNCTION.search(re.sub(r"Graphics Controller|(Ivy|Sandy) Bridge", "", name, flags=re.I)):
             return None
         if product and INTEL_BRACKET.match(product):
             return code, product

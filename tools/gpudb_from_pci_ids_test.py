@@ -64,6 +64,7 @@ PCI_IDS = """\
 	7120  82810 GMCH (Graphics Memory Controller Hub)
 	4680  Alder Lake-S GT1 [UHD Graphics 770]
 	5921  HD Graphics 620
+	015a  Xeon E3-1200 v2/Ivy Bridge Graphics Controller
 	46a1  UHD Graphics
 	56b1  DG2 [Arc Pro A40/A50]
 	2a41  Mobile 4 Series Chipset PCI Express Graphics Port
@@ -111,7 +112,7 @@ class Selection(unittest.TestCase):
             self.assertFalse(ids[v] & gone, v)
         self.assertLessEqual({"0x1309", "0x68E0", "0x73BF", "0x7480"}, ids["amd"])
         self.assertLessEqual({"0x1F9D", "0x1E87", "0x1C8C", "0x1C8D", "0x2191", "0x1140", "0x0047", "0x05E7"}, ids["nvidia"])
-        self.assertLessEqual({"0x2E32", "0x2E33", "0x4680", "0x5921", "0x46A1", "0x56B1"}, ids["intel"])
+        self.assertLessEqual({"0x2E32", "0x2E33", "0x4680", "0x5921", "0x46A1", "0x56B1", "0x015A"}, ids["intel"])
         # Another vendor's device of the same number is not read as Intel's or AMD's.
         self.assertEqual(p["intel"]["0x5921"][3], "Intel HD Graphics 620")
 
