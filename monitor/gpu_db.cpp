@@ -1,5 +1,8 @@
 #include "monitor/gpu_db.h"
 
+#include <algorithm>
+#include <string>
+
 namespace ProbeGPU {
 
 const GpuDatabaseEntry* DatabaseTable(int vendorClass, int* rows) {
@@ -38,6 +41,18 @@ const GpuDatabaseEntry* DatabaseRow(int vendorClass, int index) {
     const GpuDatabaseEntry* t = DatabaseTable(vendorClass, &rows);
     if (!t || index < 0 || index >= rows) return nullptr;
     return &t[index];
+}
+
+bool NamesSeveralProducts(const char* fullName) {
+    if (!fullName) return false;
+    const std::string name(fullName);
+    const size_t n = name.size();
+    if (n >= 7 && name.compare(n - 7, 7, " Series") == 0) return true;
+    // "Brand (chip)": no model number before the bracket. "Intel GMA 3100 (G33)"
+    // and "Intel Iris Plus Graphics G7 (Ice Lake)" name one product each.
+    const size_t open = name.rfind(" (");
+    if (n == 0 || name[n - 1] != ')' || open == std::string::npos) return false;
+    return std::none_of(name.begin(), name.begin() + static_cast<long>(open), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 const BoardModel* MakerBoardModels(int* count) {

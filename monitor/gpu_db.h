@@ -36,6 +36,12 @@ int DatabaseLookup(int vendorClass, int pciDeviceId, int subsystemVendorId = -1,
 // The row at an index returned by DatabaseLookup; nullptr for -1 or out of range.
 const GpuDatabaseEntry* DatabaseRow(int vendorClass, int index);
 
+// Whether a row's name stands for several products: a family ("AMD Radeon
+// RX 6800 Series") or the maker's brand with only the chip or platform in
+// brackets ("NVIDIA Mobile GPU (GK107M)", "Intel Graphics (Lunar Lake)").
+// A name the system gives the adapter is more precise than such a row.
+bool NamesSeveralProducts(const char* fullName);
+
 // The maker's own board models, found by the PCI subsystem device ID of
 // boards whose subsystem vendor is the maker's.
 constexpr int kMakerPciVendorId = 0x1F96;

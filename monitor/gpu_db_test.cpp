@@ -41,7 +41,7 @@ TEST(GpuDatabase, Gtx980RowMatchesTheLayoutExample) {
 
 TEST(GpuDatabase, LookupIsPerVendorAndMissesGiveMinusOne) {
     EXPECT_GE(DatabaseLookup(1, 0x13C0), 0);
-    EXPECT_EQ(DatabaseLookup(2, 0x13C0), -1);  // an NVIDIA ID in the AMD table
+    EXPECT_EQ(DatabaseLookup(2, 0x2204), -1);  // an NVIDIA ID in the AMD table
     EXPECT_EQ(DatabaseLookup(1, 0x0001), -1);
     EXPECT_EQ(DatabaseLookup(0, 0x13C0), -1);
     EXPECT_EQ(DatabaseLookup(5, 0x13C0), -1);
@@ -72,7 +72,9 @@ TEST(GpuDatabase, TablesAreClosedAndWellFormed) {
         for (int i = 0; i < rows; ++i) {
             EXPECT_NE(t[i].deviceId, 0u);
             // A board row names one product; only S3's product names hold slashes.
-            if (cls != 3) EXPECT_EQ(std::strchr(t[i].fullName, '/'), nullptr) << t[i].fullName;
+            if (cls != 3) {
+                EXPECT_EQ(std::strchr(t[i].fullName, '/'), nullptr) << t[i].fullName;
+            }
             EXPECT_GT(std::strlen(t[i].fullName), 0u);
             EXPECT_GT(std::strlen(t[i].codeName), 0u);
             EXPECT_GE(t[i].textureUnits, -1);
@@ -85,7 +87,9 @@ TEST(GpuDatabase, TablesAreClosedAndWellFormed) {
             if (t[i].deviceId != kNeverMatchedId) {
                 EXPECT_TRUE(ids.insert({t[i].deviceId, t[i].subId}).second) << t[i].fullName;
                 // A board row always has its device's own row to fall back on.
-                if (t[i].subId != 0) EXPECT_GE(DatabaseLookup(cls, static_cast<int>(t[i].deviceId)), 0) << t[i].fullName;
+                if (t[i].subId != 0) {
+                    EXPECT_GE(DatabaseLookup(cls, static_cast<int>(t[i].deviceId)), 0) << t[i].fullName;
+                }
             }
         }
     }
@@ -134,6 +138,67 @@ TEST(GpuDatabase, CoversTodaysBoards) {
     EXPECT_EQ(h100->unifiedShaders, 16896);
     EXPECT_EQ(h100->ropUnits, -1);  // not published: unknown
     EXPECT_EQ(h100->boardPowerW, 700);
+}
+
+// Rows imported from the public PCI id list: every display device of the
+// three makers that the list names, one name per device, boards of a shared
+// ID by their subsystem.
+TEST(GpuDatabase, NamesTheDevicesOfThePciIdList) {
+    auto name = [](int cls, int device, int sv = -1, int sd = -1) {
+        const GpuDatabaseEntry* r = DatabaseRow(cls, DatabaseLookup(cls, device, sv, sd));
+        return r ? std::string(r->fullName) : std::string("(none)");
+    };
+    EXPECT_EQ(name(1, 0x1140), "NVIDIA GeForce 610M Series");
+    EXPECT_EQ(name(1, 0x1140, 0x1025, 0x0773), "NVIDIA GeForce 710M");
+    EXPECT_EQ(name(1, 0x1140, 0x1019, 0x999F), "NVIDIA GeForce GT 720M");
+    EXPECT_EQ(name(1, 0x0047), "NVIDIA GeForce 6800 GS");
+    EXPECT_EQ(name(2, 0x6843), "AMD Radeon HD 7670M");
+    EXPECT_EQ(name(2, 0x68E0), "ATI Mobility Radeon HD 5430 Series");
+    EXPECT_EQ(name(4, 0x5921), "Intel HD Graphics 620");
+    EXPECT_EQ(name(4, 0x46A1), "Intel UHD Graphics (Alder Lake)");
+    // Parts newer than the build machines' list, from the newer list kept in data/gpudb/.
+    EXPECT_EQ(name(1, 0x2B87), "NVIDIA GeForce RTX 5090 D");
+    EXPECT_EQ(name(1, 0x2D19), "NVIDIA GeForce RTX 5060 Mobile");
+    EXPECT_EQ(name(2, 0x7590), "AMD Radeon RX 9060 XT");
+    EXPECT_EQ(name(2, 0x13C0), "AMD Radeon Graphics (Granite Ridge)");
+    EXPECT_EQ(name(4, 0xE212), "Intel Arc Pro B50");
+    EXPECT_EQ(name(4, 0xB080), "Intel Arc B390");
+    EXPECT_EQ(name(4, 0x6420), "Intel Graphics (Lunar Lake)");
+    // Names only: the figures stay unknown rather than guessed.
+    const GpuDatabaseEntry* r = DatabaseRow(2, DatabaseLookup(2, 0x6843));
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->unifiedShaders, 0);
+    EXPECT_EQ(r->textureUnits, -1);
+    EXPECT_EQ(r->ropUnits, -1);
+    EXPECT_EQ(r->boardPowerW, 0);
+    EXPECT_EQ(r->d3dLevel, 110);  // TeraScale 2, as every row of that architecture
+    // The tables now hold the list's GPUs, not a few hundred hand-picked ones.
+    int nvidia = 0, amd = 0, intel = 0;
+    DatabaseTable(1, &nvidia);
+    DatabaseTable(2, &amd);
+    DatabaseTable(4, &intel);
+    EXPECT_GT(nvidia, 1400);
+    EXPECT_GT(amd, 1200);
+    EXPECT_GT(intel, 300);
+}
+
+TEST(GpuDatabase, NamesOfSeveralProductsGiveWayToTheAdaptersOwn) {
+    for (const char* n : {"AMD Radeon RX 6800 Series", "NVIDIA Mobile GPU (GK107M)", "AMD Radeon Graphics (Kaveri)",
+                          "Intel Graphics (Lunar Lake)", "Intel Integrated Graphics (Atom Processor D2xxx, N2xxx)"})
+        EXPECT_TRUE(NamesSeveralProducts(n)) << n;
+    for (const char* n : {"NVIDIA GeForce RTX 4090", "Intel GMA 3100 (G33)", "Intel Iris Plus Graphics G7 (Ice Lake)",
+                          "AMD Radeon 610M", "Series", "(GK107M)", ")", ""})
+        EXPECT_FALSE(NamesSeveralProducts(n)) << n;
+    EXPECT_FALSE(NamesSeveralProducts(nullptr));
+    // The chip-only rows the importer writes are all recognised as such.
+    for (int cls : {1, 2, 4}) {
+        int rows = 0;
+        const GpuDatabaseEntry* t = DatabaseTable(cls, &rows);
+        for (int i = 0; i < rows; ++i)
+            if (std::strstr(t[i].fullName, " GPU (") && std::strncmp(t[i].fullName, "NVIDIA", 6) == 0) {
+                EXPECT_TRUE(NamesSeveralProducts(t[i].fullName)) << t[i].fullName;
+            }
+    }
 }
 
 // One device ID, several boards: the subsystem names the board where the

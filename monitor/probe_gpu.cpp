@@ -43,12 +43,10 @@ struct RegistryDriverFacts {
 RegistryDriverFacts gRegistryDriver;
 
 // A database row for a device ID that several boards share names the family
-// ("... Series"); the adapter's own description, where it has one, says
-// which board this is.
-bool NamesAFamily(const char* s) {
-    const size_t n = s ? std::strlen(s) : 0;
-    return n >= 7 && std::strcmp(s + n - 7, " Series") == 0;
-}
+// ("... Series"), and a row from the PCI id lists may know only the chip
+// ("NVIDIA Mobile GPU (GK107M)"); the adapter's own description, where it
+// has one, says which board this is.
+bool NamesAFamily(const char* s) { return NamesSeveralProducts(s); }
 
 #if defined(_WIN32)
 bool EnumWindowsDisplayDevice(int i, DisplayDeviceRecord* out) {
@@ -281,7 +279,8 @@ void HardwareCaps::NVML_Init() {
             int cls = VendorClassOf(static_cast<int>(nd.vendor));
             const GpuDatabaseEntry* db = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(nd.device), static_cast<int>(nd.subsystemVendor),
                                                                             static_cast<int>(nd.subsystemDevice)));
-            if (!db && !nd.name.empty()) CopyFixed(adapters.mutableRow(row).deviceString, 128, nd.name.c_str());
+            if ((!db || NamesAFamily(db->fullName)) && !nd.name.empty())
+                CopyFixed(adapters.mutableRow(row).deviceString, 128, nd.name.c_str());
         }
         gRowSources[static_cast<size_t>(row)].nvml = i;
     }
