@@ -62,6 +62,7 @@ void ShutDown() {
     monitor::StopMonitorThread();
     monitor::FreeSensorArray();
     monitor::MonitorShutdown();
+    platform::ReleaseDisplay();
     const bool ranSomething = !gShell.launcherShown || gLauncherRuns > 0;
     if (RunParameters.run_mode == 1 && StartupOptions.log_score && ranSomething) WriteScoresRow();
     gEventLog.Write("Exit from %s.", kProductTitle);

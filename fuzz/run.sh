@@ -38,7 +38,7 @@ wanted=("$@")
 
 command -v clang++ > /dev/null || { echo "needs clang (Debian packages clang, libclang-rt-14-dev)" >&2; exit 1; }
 cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
-      -DCMAKE_CXX_COMPILER=clang++ -DARDENTIUM_FUZZ=ON -DARDENTIUM_TESTS=OFF > /dev/null || exit 1
+      -DCMAKE_CXX_COMPILER=clang++ -DARDENTIUM_FUZZ=ON -DARDENTIUM_TESTS=ON > /dev/null || exit 1
 cmake --build build-fuzz -j "$(nproc)" --target "${wanted[@]/#/fuzz_}" || exit 1
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1

@@ -49,6 +49,8 @@ void InitCommonControls();
 
 // Is there a display to show windows and boxes on?
 bool HasDisplay();
+// Lets go of the windowing system at exit, once every window is closed.
+void ReleaseDisplay();
 
 // ------------------------------------------------------------ message boxes
 

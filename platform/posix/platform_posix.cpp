@@ -98,6 +98,10 @@ void TuneMemoryAllocator() {
 }
 void InitCommonControls() {}
 
+void ReleaseDisplay() {
+    if (SDL_WasInit(0)) SDL_Quit();
+}
+
 bool HasDisplay() {
     const char* x = std::getenv("DISPLAY");
     const char* w = std::getenv("WAYLAND_DISPLAY");

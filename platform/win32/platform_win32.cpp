@@ -90,6 +90,8 @@ void MakeProcessDpiAware() {
     FreeLibrary(user32);
 }
 
+void ReleaseDisplay() {}
+
 void InitCommonControls() {
     INITCOMMONCONTROLSEX icc;
     icc.dwSize = sizeof icc;
