@@ -85,6 +85,7 @@ Run3DServices RunServices() {
     };
     services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
     services.runEnded = ReportRunEnded;
+    services.readGpuLog = ReadGpuLogReadings;
     return services;
 }
 
@@ -216,6 +217,8 @@ int ArdentiumMain(const char* commandLine) {
         gRunExtras.screenshotPath = platform::ResolvePath(startFolder, gRunExtras.screenshotPath);
     if (!gRunExtras.resultsJsonPath.empty())
         gRunExtras.resultsJsonPath = platform::ResolvePath(startFolder, gRunExtras.resultsJsonPath);
+    if (!gRunExtras.logFramesPath.empty())
+        gRunExtras.logFramesPath = platform::ResolvePath(startFolder, gRunExtras.logFramesPath);
     if (!gRunExtras.launcherStatePath.empty())
         gRunExtras.launcherStatePath = platform::ResolvePath(startFolder, gRunExtras.launcherStatePath);
 

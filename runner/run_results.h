@@ -45,6 +45,16 @@ struct RunResults {
     std::vector<std::pair<std::string, double>> subScores;
     std::vector<StageResult> stages;
     std::vector<int> fpsSeries; // one sample per measuring interval of about a second
+    // The picture checks: whether the run had a reference to check against,
+    // how many checks ran, how many failed, and the failed ones (the first
+    // hundred).
+    bool checksActive = false;
+    unsigned checks = 0, checkErrors = 0;
+    struct Mismatch {
+        uint64_t frame = 0, pixels = 0;
+        int largest = 0;
+    };
+    std::vector<Mismatch> mismatches;
     FrameTimeHistogram frameTimes;
 };
 

@@ -1,5 +1,6 @@
 #include "scenes/fur/fur_gl.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -235,9 +236,72 @@ bool cLm4DDemo_GL::CreatePostTarget() {
     return ok && blurProgram_ != 0;
 }
 
+bool cLm4DDemo_GL::CreateCheckTarget() {
+    const int side = std::max(width_, height_);
+    const double scale = side > kCheckFrameSide ? static_cast<double>(kCheckFrameSide) / side : 1.0;
+    checkWidth_ = std::max(1, static_cast<int>(width_ * scale));
+    checkHeight_ = std::max(1, static_cast<int>(height_ * scale));
+    gl::GenRenderbuffers(1, &checkColor_);
+    gl::BindRenderbuffer(gl::RENDERBUFFER, checkColor_);
+    gl::RenderbufferStorage(gl::RENDERBUFFER, gl::RGBA8, checkWidth_, checkHeight_);
+    gl::GenRenderbuffers(1, &checkDepth_);
+    gl::BindRenderbuffer(gl::RENDERBUFFER, checkDepth_);
+    gl::RenderbufferStorage(gl::RENDERBUFFER, gl::DEPTH24_STENCIL8, checkWidth_, checkHeight_);
+    gl::GenFramebuffers(1, &checkFbo_);
+    gl::BindFramebuffer(gl::FRAMEBUFFER, checkFbo_);
+    gl::FramebufferRenderbuffer(gl::FRAMEBUFFER, gl::COLOR_ATTACHMENT0, gl::RENDERBUFFER, checkColor_);
+    gl::FramebufferRenderbuffer(gl::FRAMEBUFFER, gl::DEPTH_STENCIL_ATTACHMENT, gl::RENDERBUFFER, checkDepth_);
+    const bool ok = gl::CheckFramebufferStatus(gl::FRAMEBUFFER) == gl::FRAMEBUFFER_COMPLETE;
+    gl::BindFramebuffer(gl::FRAMEBUFFER, context_->DefaultFramebuffer());
+    if (!ok) FreeCheckTarget();
+    return ok;
+}
+
+void cLm4DDemo_GL::FreeCheckTarget() {
+    if (checkFbo_) gl::DeleteFramebuffers(1, &checkFbo_);
+    if (checkColor_) gl::DeleteRenderbuffers(1, &checkColor_);
+    if (checkDepth_) gl::DeleteRenderbuffers(1, &checkDepth_);
+    checkFbo_ = checkColor_ = checkDepth_ = 0;
+}
+
+bool cLm4DDemo_GL::DrawCheckFrame(CheckFrame* out) {
+    // The benchmark object's stages are no fixed state; it checks its own way.
+    if (!context_ || amark_mode || !furProgram_) return false;
+    if (!checkFbo_ && !CreateCheckTarget()) return false;
+    const float elapsed = elapsed_;
+    const int binds = lastBinds_;
+    elapsed_ = kCheckAnimationSeconds;
+    drawingCheck_ = true;
+    gl::BindFramebuffer(gl::FRAMEBUFFER, checkFbo_);
+    gl::Viewport(0, 0, checkWidth_, checkHeight_);
+    gl::ClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+    gl::ClearDepth(1.0);
+    gl::Enable(gl::DEPTH_TEST);
+    gl::Clear(gl::COLOR_BUFFER_BIT | gl::DEPTH_BUFFER_BIT);
+    DrawFurBackground();
+    DrawFurryObject();
+    std::vector<uint8_t> pixels(static_cast<size_t>(checkWidth_) * checkHeight_ * 4);
+    gl::PixelStorei(gl::PACK_ALIGNMENT, 1);
+    gl::ReadPixels(0, 0, checkWidth_, checkHeight_, gl::RGBA, gl::UNSIGNED_BYTE, pixels.data());
+    gl::BindFramebuffer(gl::FRAMEBUFFER, context_->DefaultFramebuffer());
+    gl::Viewport(0, 0, width_, height_);
+    drawingCheck_ = false;
+    elapsed_ = elapsed;
+    lastBinds_ = binds;
+    // Top row first, as every read-back of this program.
+    const size_t row = static_cast<size_t>(checkWidth_) * 4;
+    out->width = checkWidth_;
+    out->height = checkHeight_;
+    out->rgba.resize(pixels.size());
+    for (int y = 0; y < checkHeight_; ++y)
+        std::memcpy(&out->rgba[static_cast<size_t>(y) * row], &pixels[static_cast<size_t>(checkHeight_ - 1 - y) * row], row);
+    return true;
+}
+
 void cLm4DDemo_GL::Terminate() {
     CloseTemperatureLog();
     if (!context_) return;
+    FreeCheckTarget();
     ReleaseDotTextures();
     for (GLuint* p : {&bgProgram_, &skinProgram_, &furProgram_, &blurProgram_, &flatProgram_, &textProgram_, &texturedProgram_}) {
         if (*p) gl::DeleteProgram(*p);
@@ -417,7 +481,7 @@ void cLm4DDemo_GL::DrawFurBackground() {
 
 void cLm4DDemo_GL::DrawFurryObject() {
     lastBinds_ = 0;
-    if (!render_furry_object || !furProgram_) return;
+    if ((!render_furry_object && !drawingCheck_) || !furProgram_) return;
 
     const m3d::Mat4 model = ModelMatrix();
     if (!dialect_.core) {
@@ -630,6 +694,8 @@ void cLm4DDemo_GL::DrawHud() {
     for (const HudText& t : hud.gpuText) DrawText(t.x, t.y, t.color, t.text.c_str());
     smallText_ = false;
     for (const TextLine& l : hud.textBlock) DrawText(l.x, l.y, l.color, l.text.c_str());
+    if (!hud.checkLine.text.empty())
+        DrawText(hud.checkLine.x, hud.checkLine.y, hud.checkLine.color, hud.checkLine.text.c_str());
     DrawOverlayExtras();
     EndOverlay();
     if (multisampled) gl::Enable(gl::MULTISAMPLE);

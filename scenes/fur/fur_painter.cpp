@@ -362,6 +362,8 @@ void FurPainter::DrawHud() {
     for (const HudText& t : hud.gpuText) DrawText(t.x, t.y, t.color, t.text.c_str());
     smallText_ = false;
     for (const TextLine& l : hud.textBlock) DrawText(l.x, l.y, l.color, l.text.c_str());
+    if (!hud.checkLine.text.empty())
+        DrawText(hud.checkLine.x, hud.checkLine.y, hud.checkLine.color, hud.checkLine.text.c_str());
     EndOverlay();
 }
 

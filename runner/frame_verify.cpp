@@ -1,0 +1,96 @@
+#include "runner/frame_verify.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "core/event_log.h"
+#include "runner/lm4d_demo.h"
+
+CheckCounters gCheckCounters;
+
+FrameDifference CompareFrames(const CheckFrame& reference, const CheckFrame& frame, int channelTolerance) {
+    FrameDifference d;
+    if (reference.width != frame.width || reference.height != frame.height ||
+        reference.rgba.size() != frame.rgba.size()) {
+        d.pixels = static_cast<uint64_t>(std::max(reference.width * reference.height, frame.width * frame.height));
+        d.largest = 255;
+        return d;
+    }
+    const uint8_t* a = reference.rgba.data();
+    const uint8_t* b = frame.rgba.data();
+    const size_t n = reference.rgba.size() / 4;
+    for (size_t i = 0; i < n; ++i, a += 4, b += 4) {
+        int worst = 0;
+        for (int c = 0; c < 4; ++c) worst = std::max(worst, std::abs(static_cast<int>(a[c]) - static_cast<int>(b[c])));
+        if (worst > channelTolerance) ++d.pixels;
+        d.largest = std::max(d.largest, worst);
+    }
+    return d;
+}
+
+void InjectFault(CheckFrame* f) {
+    const int side = std::min(8, std::min(f->width, f->height));
+    const int x0 = (f->width - side) / 2, y0 = (f->height - side) / 2;
+    for (int y = y0; y < y0 + side; ++y)
+        for (int x = x0; x < x0 + side; ++x)
+            for (int c = 0; c < 3; ++c) {
+                uint8_t& v = f->rgba[(static_cast<size_t>(y) * f->width + x) * 4 + c];
+                v = static_cast<uint8_t>(255 - v);
+            }
+}
+
+FrameVerifier::FrameVerifier(CheckSchedule schedule, unsigned faultCheck) : schedule_(schedule), faultCheck_(faultCheck) {
+    gCheckCounters.active = false;
+    gCheckCounters.checks = 0;
+    gCheckCounters.errors = 0;
+}
+
+bool FrameVerifier::TakeReference(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
+    if (!demo.DrawCheckFrame(&reference_) || reference_.width <= 0 || reference_.height <= 0 ||
+        reference_.rgba.size() != static_cast<size_t>(reference_.width) * reference_.height * 4) {
+        gEventLog.Write("Verification: this test cannot draw a check frame; the run goes without picture checks.");
+        return false;
+    }
+    active_ = true;
+    gCheckCounters.active = true;
+    lastMs_ = nowMs;
+    lastFrame_ = frame;
+    gEventLog.Write("Verification: reference frame drawn (%dx%d) at frame %llu.", reference_.width, reference_.height,
+                    static_cast<unsigned long long>(frame));
+    return true;
+}
+
+bool FrameVerifier::MaybeCheck(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
+    if (!active_ || !schedule_.Due(nowMs - lastMs_, frame - lastFrame_)) return false;
+    Check(demo, frame, nowMs);
+    return true;
+}
+
+void FrameVerifier::Check(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
+    lastMs_ = nowMs;
+    lastFrame_ = frame;
+    CheckFrame f;
+    const bool drawn = demo.DrawCheckFrame(&f);
+    ++checks_;
+    if (drawn && faultCheck_ == checks_) {
+        InjectFault(&f);
+        gEventLog.Write("Verification: check %u read-back corrupted on purpose (test setting /verify_fault).", checks_);
+    }
+    // A check frame the object could not draw this time is an error too:
+    // the device stopped doing what it did at the start.
+    FrameDifference d;
+    if (drawn) {
+        d = CompareFrames(reference_, f);
+    } else {
+        d.pixels = static_cast<uint64_t>(reference_.width) * reference_.height;
+        d.largest = 255;
+    }
+    gCheckCounters.checks = checks_;
+    if (!IsCheckError(d)) return;
+    ++errors_;
+    gCheckCounters.errors = errors_;
+    if (mismatches_.size() < kKeptMismatches) mismatches_.push_back(CheckMismatch{frame, d});
+    gEventLog.Write("Verification error at frame %llu: %llu of %d pixels differ from the reference, largest difference %d.",
+                    static_cast<unsigned long long>(frame), static_cast<unsigned long long>(d.pixels),
+                    reference_.width * reference_.height, d.largest);
+}
