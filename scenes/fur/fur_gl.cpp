@@ -8,6 +8,7 @@
 #include "core/event_log.h"
 #include "core/settings.h"
 #include "platform/compiler.h"
+#include "platform/gpu_choice.h"
 #include "render/gl_shader.h"
 #include "runner/run_facts.h"
 #include "runner/run_stats.h"
@@ -54,6 +55,27 @@ GLuint Upload(const Image& image, bool mipmapped, float anisotropy, bool repeat)
     if (image.empty()) return 0;
     const Image flipped = FlippedRows(image);
     return UploadTexture(flipped.rgba.data(), image.width, image.height, mipmapped, anisotropy, repeat);
+}
+
+// Where the run draws when a GPU was chosen: through the chosen device, or,
+// where OpenGL cannot choose, on the one it was given, and the log says so.
+void LogGpuChoice(const platform::GlContext& context) {
+    const platform::GpuChoice& gpu = platform::CurrentGpuChoice();
+    if (gpu.index <= 0) return;
+    const std::string device = context.ChosenDevice();
+    if (!device.empty()) {
+        gEventLog.Write("OpenGL: drawing on GPU %d (%s) through %s.", gpu.index, gpu.name.c_str(), device.c_str());
+        return;
+    }
+#if defined(_WIN32)
+    gEventLog.Write("OpenGL: /gpu=%d not applied: OpenGL on Windows draws on the GPU the driver chose (no GPU affinity "
+                    "extension is used).",
+                    gpu.index);
+#else
+    gEventLog.Write("OpenGL: /gpu=%d not applied: OpenGL in a window draws on the GPU the display server chose (run "
+                    "with /headless to choose).",
+                    gpu.index);
+#endif
 }
 
 }  // namespace
@@ -108,6 +130,7 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
     gEventLog.Write("OpenGL version: %s", GlText(gl::VERSION));
     gEventLog.Write("OpenGL vendor: %s", GlText(gl::VENDOR));
     gEventLog.Write("OpenGL renderer: %s", GlText(gl::RENDERER));
+    LogGpuChoice(*context_);
     renderer_text = GlText(gl::RENDERER);
     driver_text = GlText(gl::VERSION);
     RunFacts.msaaSamples = context_->Samples();
