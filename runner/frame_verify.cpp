@@ -1,12 +1,21 @@
 #include "runner/frame_verify.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 
 #include "core/event_log.h"
 #include "runner/lm4d_demo.h"
 
 CheckCounters gCheckCounters;
+
+namespace {
+
+double MsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
 
 FrameDifference CompareFrames(const CheckFrame& reference, const CheckFrame& frame, int channelTolerance) {
     FrameDifference d;
@@ -46,7 +55,10 @@ FrameVerifier::FrameVerifier(CheckSchedule schedule, unsigned faultCheck) : sche
 }
 
 bool FrameVerifier::TakeReference(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
-    if (!demo.DrawCheckFrame(&reference_) || reference_.width <= 0 || reference_.height <= 0 ||
+    const auto start = std::chrono::steady_clock::now();
+    const bool drawn = demo.DrawCheckFrame(&reference_);
+    checkMs_ += MsSince(start);
+    if (!drawn || reference_.width <= 0 || reference_.height <= 0 ||
         reference_.rgba.size() != static_cast<size_t>(reference_.width) * reference_.height * 4) {
         gEventLog.Write("Verification: this test cannot draw a check frame; the run goes without picture checks.");
         return false;
@@ -69,6 +81,7 @@ bool FrameVerifier::MaybeCheck(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) 
 void FrameVerifier::Check(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
     lastMs_ = nowMs;
     lastFrame_ = frame;
+    const auto start = std::chrono::steady_clock::now();
     CheckFrame f;
     const bool drawn = demo.DrawCheckFrame(&f);
     ++checks_;
@@ -86,6 +99,7 @@ void FrameVerifier::Check(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
         d.largest = 255;
     }
     gCheckCounters.checks = checks_;
+    checkMs_ += MsSince(start);
     if (!IsCheckError(d)) return;
     ++errors_;
     gCheckCounters.errors = errors_;

@@ -85,6 +85,9 @@ public:
     unsigned checks() const { return checks_; }
     unsigned errors() const { return errors_; }
     const std::vector<CheckMismatch>& mismatches() const { return mismatches_; }
+    // Wall time the checks took (drawing, read-back, comparison), the
+    // reference included.
+    double checkMs() const { return checkMs_; }
 
     // At most this many mismatches are kept for the results (all are counted).
     static constexpr size_t kKeptMismatches = 100;
@@ -98,4 +101,5 @@ private:
     unsigned lastMs_ = 0;
     uint64_t lastFrame_ = 0;
     std::vector<CheckMismatch> mismatches_;
+    double checkMs_ = 0.0;
 };

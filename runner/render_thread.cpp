@@ -347,7 +347,9 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
     if (verifier.active() && !r.deviceLost) {
         verifier.Check(*demo, submitted, timer.Milliseconds());
         gEventLog.Write("Verification: %u checks, %u errors.", verifier.checks(), verifier.errors());
+        gEventLog.Write("Verification: the checks took %.1f ms in all.", verifier.checkMs());
     }
+    r.checkMs = verifier.checkMs();
     r.checksActive = verifier.active();
     r.checks = verifier.checks();
     r.checkErrors = verifier.errors();

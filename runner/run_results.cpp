@@ -167,7 +167,7 @@ std::string ResultsJson(const RunResults& r, const ResultsContext& c) {
         field("verification", "null");
     } else {
         std::string v = "{\"checks\": " + std::to_string(r.checks) + ", \"errors\": " + std::to_string(r.checkErrors) +
-                        ", \"mismatches\": [";
+                        ", \"check_ms\": " + JsonNumber(r.checkMs) + ", \"mismatches\": [";
         for (size_t i = 0; i < r.mismatches.size(); ++i)
             v += std::string(i ? ", " : "") + "{\"frame\": " + std::to_string(r.mismatches[i].frame) +
                  ", \"pixels\": " + std::to_string(r.mismatches[i].pixels) +

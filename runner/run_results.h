@@ -50,6 +50,7 @@ struct RunResults {
     // hundred).
     bool checksActive = false;
     unsigned checks = 0, checkErrors = 0;
+    double checkMs = 0.0;  // wall time the checks took, the reference included
     struct Mismatch {
         uint64_t frame = 0, pixels = 0;
         int largest = 0;

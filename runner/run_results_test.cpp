@@ -139,4 +139,20 @@ TEST(RunResults, StagedBenchmarkCarriesSubScoresAndStages) {
     EXPECT_EQ(SummaryLine(r).find("ascore"), std::string::npos);
 }
 
+TEST(RunResults, VerificationIsNullWithoutChecksAndListsEachMismatch) {
+    RunResults r = Finished();
+    ResultsContext c;
+    EXPECT_NE(ResultsJson(r, c).find("\"verification\": null,"), std::string::npos);
+    r.checksActive = true;
+    r.checks = 7;
+    r.checkErrors = 2;
+    r.checkMs = 12.5;
+    r.mismatches = {{120, 64, 243}, {340, 1, 3}};
+    EXPECT_NE(ResultsJson(r, c).find("\"verification\": {\"checks\": 7, \"errors\": 2, \"check_ms\": 12.500, "
+                                     "\"mismatches\": [{\"frame\": 120, \"pixels\": 64, \"largest_difference\": 243}, "
+                                     "{\"frame\": 340, \"pixels\": 1, \"largest_difference\": 3}]},"),
+              std::string::npos)
+        << ResultsJson(r, c);
+}
+
 }  // namespace
