@@ -288,6 +288,6 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)")) \
     X(std::string, logFramesPath,   "/log_frames=",     "",    Help("PATH", "write one CSV row per second to PATH: frames, FPS, frame time p50/p99 and every GPU's temperature, load, clocks and power")) \
     X(int,         gpuIndex,        "/gpu=",            0,     Help("N", "run the test on GPU N as /list_gpus numbers them (OpenGL headless through EGL, Direct3D 9/10/11); 0 or absent: the system's default")) \
-    X(int,         verifyEveryFrames, "/verify_every=", 0,     Help("FRAMES", "meant for tests only: check the picture against the run's reference every FRAMES frames instead of every 5 s and 100 frames")) \
+    X(int,         verifyEveryFrames, "/verify_every=", 0,     Help("FRAMES", "meant for tests only: check the picture against the run's reference every FRAMES frames instead of every 5 s and 200 frames")) \
     X(int,         verifyFaultCheck, "/verify_fault=",  0,     Help("N", "meant for tests only: corrupt the read-back of the N-th picture check, so the run must report a verification error"))
 // clang-format on

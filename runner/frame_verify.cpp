@@ -81,6 +81,9 @@ bool FrameVerifier::MaybeCheck(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) 
 void FrameVerifier::Check(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
     lastMs_ = nowMs;
     lastFrame_ = frame;
+    // The frames still in flight are drawn first: reading the check back
+    // would wait for them anyway, and that wait is theirs, not the check's.
+    demo.FinishFrames();
     const auto start = std::chrono::steady_clock::now();
     CheckFrame f;
     const bool drawn = demo.DrawCheckFrame(&f);

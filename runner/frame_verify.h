@@ -40,12 +40,12 @@ inline bool IsCheckError(const FrameDifference& d) { return d.pixels > 0; }
 // pixels in the middle), for the tests of the whole path.
 void InjectFault(CheckFrame* frame);
 
-// When the next check is due: at least every `minMs` of run time and
-// `minFrames` frames (so the check costs a small share of the frames), or,
-// for tests, every `everyFrames` frames.
+// When the next check is due: after `minMs` of run time and `minFrames`
+// frames since the last (a check costs about one or two frames' time, so
+// it stays under 1 % of the run), or, for tests, every `everyFrames` frames.
 struct CheckSchedule {
     unsigned minMs = 5000;
-    unsigned minFrames = 100;
+    unsigned minFrames = 200;
     unsigned everyFrames = 0;
     bool Due(unsigned msSinceLast, uint64_t framesSinceLast) const {
         if (everyFrames > 0) return framesSinceLast >= everyFrames;
@@ -86,7 +86,8 @@ public:
     unsigned errors() const { return errors_; }
     const std::vector<CheckMismatch>& mismatches() const { return mismatches_; }
     // Wall time the checks took (drawing, read-back, comparison), the
-    // reference included.
+    // reference included; each check first waits for the frames in flight,
+    // outside this time.
     double checkMs() const { return checkMs_; }
 
     // At most this many mismatches are kept for the results (all are counted).

@@ -51,8 +51,8 @@ TEST(InjectFault, CorruptsABlockInTheMiddleOfAnyFrame) {
 TEST(CheckSchedule, NeedsBothTimeAndFramesUnlessTestsSetAFrameCount) {
     CheckSchedule s;
     EXPECT_FALSE(s.Due(4999, 1000));
-    EXPECT_FALSE(s.Due(60000, 99));
-    EXPECT_TRUE(s.Due(5000, 100));
+    EXPECT_FALSE(s.Due(60000, 199));
+    EXPECT_TRUE(s.Due(5000, 200));
     s.everyFrames = 10;
     EXPECT_FALSE(s.Due(60000, 9));
     EXPECT_TRUE(s.Due(0, 10));
