@@ -149,13 +149,19 @@ class Direct3DUnderWine(unittest.TestCase):
         # A clean run of each API ends with exit code 0 in the benchmark
         # test above, so its checks found no error; here one read-back is
         # corrupted on purpose and each API must report it.
-        for test3d, api in (("2006", "D3D9"), ("2010", "D3D10"), ("2015", "D3D11")):
+        # The runs also choose GPU 1, the one Wine lists, through each API's
+        # own adapter list.
+        for test3d, api, chosen in (("2006", "D3D9", r"^Direct3D 9: drawing on GPU 1 \(.*\) through adapter 0"),
+                                    ("2010", "D3D10", r"^Direct3D 10: drawing on GPU 1 \(.*\) through DXGI adapter 0"),
+                                    ("2015", "D3D11", r"^Direct3D 11: drawing on GPU 1 \(.*\) through DXGI adapter 0")):
             with self.subTest(test3d=test3d):
                 inst = self.install()
                 res = inst.run(*FROZEN, "/test3d=" + test3d, "/run_mode=1", "/max_time=1000", "/verify_every=2",
-                               "/verify_fault=1", "/results_json=result.json", display=self.display, timeout=240)
+                               "/verify_fault=1", "/gpu=1", "/results_json=result.json", display=self.display,
+                               timeout=240)
                 msgs = inst.messages()
                 self.assertEqual(res.returncode, 6, "\n".join(msgs[-15:]) + res.stderr[-2000:])
+                self.assertTrue(any(re.match(chosen, m) for m in msgs), msgs[-25:])
                 # The check frame has the view's size (the window's client area).
                 self.assertTrue(any(re.match(r"^Verification: reference frame drawn \(\d+x\d+\) at frame 1\.$", m)
                                     for m in msgs), msgs[-20:])
