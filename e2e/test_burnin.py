@@ -69,12 +69,15 @@ class BurnInChecks(E2ETest):
         self.assertEqual(r.returncode, 0, r.stderr + "\n".join(msgs[-15:]))
         self.assertFalse([m for m in msgs if m.startswith("Verification error")])
         self.assertTrue(any(re.match(r"^Verification: \d+ checks, 0 errors\.$", m) for m in msgs), msgs[-10:])
+        # The software renderer has compute shaders: the arithmetic is checked too.
+        self.assertIn("Verification: compute check of 4096 values against the processor's active.", msgs)
         # The one GPU of a software renderer is EGL's software device.
         self.assertTrue(any(re.match(r"^OpenGL: drawing on GPU 1 \(.+\) through EGL device \d+ of \d+\.$", m)
                             for m in msgs), msgs[-30:])
         with open(os.path.join(inst.work_dir, "result.json")) as f:
             result = json.load(f)
         self.assertEqual(result["verification"]["errors"], 0)
+        self.assertTrue(result["verification"]["compute_check"])
         self.assertEqual(result["verification"]["mismatches"], [])
         self.assertGreaterEqual(result["verification"]["checks"], 2)
         self.assertEqual(result["errors"], [])

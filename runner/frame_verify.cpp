@@ -48,6 +48,17 @@ void InjectFault(CheckFrame* f) {
             }
 }
 
+uint32_t ComputeCheckValue(uint32_t index) {
+    uint32_t x = index * 2654435761u + 1u;
+    for (int k = 0; k < kComputeRounds; ++k) {
+        x ^= x << 13;
+        x ^= x >> 17;
+        x ^= x << 5;
+        x = x * 1664525u + 1013904223u;
+    }
+    return x;
+}
+
 FrameVerifier::FrameVerifier(CheckSchedule schedule, unsigned faultCheck) : schedule_(schedule), faultCheck_(faultCheck) {
     gCheckCounters.active = false;
     gCheckCounters.checks = 0;
@@ -69,6 +80,13 @@ bool FrameVerifier::TakeReference(cLm4DDemo& demo, uint64_t frame, unsigned nowM
     lastFrame_ = frame;
     gEventLog.Write("Verification: reference frame drawn (%dx%d) at frame %llu.", reference_.width, reference_.height,
                     static_cast<unsigned long long>(frame));
+    const int wrong = demo.RunComputeCheck();
+    computeActive_ = wrong >= 0;
+    if (computeActive_)
+        gEventLog.Write("Verification: compute check of %d values against the processor's active.", kComputeValues);
+    else
+        gEventLog.Write("Verification: no compute check (this test or context has no compute shaders).");
+    if (wrong > 0) RecordError(frame, FrameDifference(), wrong);
     return true;
 }
 
@@ -101,13 +119,26 @@ void FrameVerifier::Check(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
         d.pixels = static_cast<uint64_t>(reference_.width) * reference_.height;
         d.largest = 255;
     }
+    // A compute check that could not run this time failed in every value.
+    int wrong = 0;
+    if (computeActive_) {
+        wrong = demo.RunComputeCheck();
+        if (wrong < 0) wrong = kComputeValues;
+    }
     gCheckCounters.checks = checks_;
     checkMs_ += MsSince(start);
-    if (!IsCheckError(d)) return;
+    if (IsCheckError(d) || wrong > 0) RecordError(frame, d, wrong);
+}
+
+void FrameVerifier::RecordError(uint64_t frame, const FrameDifference& d, int computeWrong) {
     ++errors_;
     gCheckCounters.errors = errors_;
-    if (mismatches_.size() < kKeptMismatches) mismatches_.push_back(CheckMismatch{frame, d});
-    gEventLog.Write("Verification error at frame %llu: %llu of %d pixels differ from the reference, largest difference %d.",
-                    static_cast<unsigned long long>(frame), static_cast<unsigned long long>(d.pixels),
-                    reference_.width * reference_.height, d.largest);
+    if (mismatches_.size() < kKeptMismatches) mismatches_.push_back(CheckMismatch{frame, d, computeWrong});
+    if (IsCheckError(d))
+        gEventLog.Write("Verification error at frame %llu: %llu of %d pixels differ from the reference, largest difference %d.",
+                        static_cast<unsigned long long>(frame), static_cast<unsigned long long>(d.pixels),
+                        reference_.width * reference_.height, d.largest);
+    if (computeWrong > 0)
+        gEventLog.Write("Verification error at frame %llu: %d of %d compute results differ from the processor's.",
+                        static_cast<unsigned long long>(frame), computeWrong, kComputeValues);
 }

@@ -40,6 +40,14 @@ inline bool IsCheckError(const FrameDifference& d) { return d.pixels > 0; }
 // pixels in the middle), for the tests of the whole path.
 void InjectFault(CheckFrame* frame);
 
+// The compute check: where compute shaders exist, the GPU runs this integer
+// arithmetic (shifts, exclusive or, multiply and add, wrapping at 32 bits)
+// for each of kComputeValues indices and the CPU checks every result. An
+// integer result has one right answer on every card.
+constexpr int kComputeValues = 4096;
+constexpr int kComputeRounds = 64;
+uint32_t ComputeCheckValue(uint32_t index);
+
 // When the next check is due: after `minMs` of run time and `minFrames`
 // frames since the last (a check costs about one or two frames' time, so
 // it stays under 1 % of the run), or, for tests, every `everyFrames` frames.
@@ -57,6 +65,7 @@ struct CheckSchedule {
 struct CheckMismatch {
     uint64_t frame = 0;  // the run's frame count when the check was drawn
     FrameDifference difference;
+    int computeWrong = 0;  // compute results that differed from the CPU's
 };
 
 // What the HUD shows while the run goes on (render thread writes, any reads).
@@ -82,6 +91,7 @@ public:
     void Check(cLm4DDemo& demo, uint64_t frame, unsigned nowMs);
 
     bool active() const { return active_; }
+    bool computeActive() const { return computeActive_; }
     unsigned checks() const { return checks_; }
     unsigned errors() const { return errors_; }
     const std::vector<CheckMismatch>& mismatches() const { return mismatches_; }
@@ -94,10 +104,13 @@ public:
     static constexpr size_t kKeptMismatches = 100;
 
 private:
+    void RecordError(uint64_t frame, const FrameDifference& d, int computeWrong);
+
     CheckSchedule schedule_;
     unsigned faultCheck_;
     CheckFrame reference_;
     bool active_ = false;
+    bool computeActive_ = false;
     unsigned checks_ = 0, errors_ = 0;
     unsigned lastMs_ = 0;
     uint64_t lastFrame_ = 0;

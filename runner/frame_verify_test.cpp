@@ -57,3 +57,12 @@ TEST(CheckSchedule, NeedsBothTimeAndFramesUnlessTestsSetAFrameCount) {
     EXPECT_FALSE(s.Due(60000, 9));
     EXPECT_TRUE(s.Due(0, 10));
 }
+
+TEST(ComputeCheckValue, WrapsAt32BitsAndSpreadsNeighbouringIndices) {
+    // Fixed values: the shader on the GPU must give exactly these.
+    EXPECT_EQ(ComputeCheckValue(0), 0x27a47c0eu);
+    EXPECT_EQ(ComputeCheckValue(4095), 0xd5e4d37fu);
+    int sameLowByte = 0;
+    for (uint32_t i = 0; i < 256; ++i) sameLowByte += (ComputeCheckValue(i) & 0xFF) == (ComputeCheckValue(i + 1) & 0xFF);
+    EXPECT_LT(sameLowByte, 8);
+}

@@ -51,6 +51,10 @@ public:
     // render thread compares each with the reference taken at the start.
     // False when the object cannot.
     virtual bool DrawCheckFrame(CheckFrame* out) { return false; }
+    // Runs the compute check (ComputeCheckValue for each index on the GPU)
+    // and returns how many results differ from the CPU's; -1 when the
+    // object or its context has no compute shaders.
+    virtual int RunComputeCheck() { return -1; }
 
     // Frames the device has finished drawing since Init (its fences have
     // signalled); kFramesNotTracked when the object cannot tell, and every

@@ -353,8 +353,9 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
     r.checksActive = verifier.active();
     r.checks = verifier.checks();
     r.checkErrors = verifier.errors();
+    r.computeChecks = verifier.computeActive();
     for (const CheckMismatch& m : verifier.mismatches())
-        r.mismatches.push_back(RunResults::Mismatch{m.frame, m.difference.pixels, m.difference.largest});
+        r.mismatches.push_back(RunResults::Mismatch{m.frame, m.difference.pixels, m.difference.largest, m.computeWrong});
     r.frames = s.benchmark_frames.load();
     r.seconds = s.elapsed_ms.load() / 1000.0;
     r.minFps = s.min_fps.load();

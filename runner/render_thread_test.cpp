@@ -89,7 +89,9 @@ public:
         checkFrames++;
         return checkFrame(c_.frames, out);
     }
+    int RunComputeCheck() override { return computeCheck ? computeCheck(c_.frames) : -1; }
     std::function<bool(int, CheckFrame*)> checkFrame;
+    std::function<int(int)> computeCheck;
     int checkFrames = 0;
 
     std::vector<float> seconds;
@@ -543,4 +545,30 @@ TEST_F(RenderThread, FrameLogThatCannotBeWrittenIsReported) {
     ASSERT_FALSE(NotedErrors().empty());
     EXPECT_NE(NotedErrors()[0].find("Unable to write the frame log ["), std::string::npos);
     ResetRunOutcome();
+}
+
+TEST_F(RenderThread, ComputeCheckErrorsCountWithThePictureChecks) {
+    gRunExtras = RunExtras();
+    gRunExtras.verifyEveryFrames = 100;
+    RunParameters.run_mode = 2;
+    host.setup = [](FakeDemo& d) {
+        d.checkFrame = [](int, CheckFrame* out) { return SmallFrame(9, 9, out); };
+        // Right until frame 500, then three values wrong, then the compute
+        // pass cannot run at all.
+        d.computeCheck = [](int frames) { return frames < 500 ? 0 : frames < 800 ? 3 : -1; };
+        d.onFrame = [](int n) {
+            if (n == 1000) RunControl.stop_requested = true;
+        };
+    };
+    Run();
+    gRunExtras = RunExtras();
+    const RunResults& r = host.ended.at(0);
+    EXPECT_TRUE(r.computeChecks);
+    EXPECT_EQ(r.checks, 10u);
+    // 501, 601, 701 with 3 wrong; 801, 901 and the last with every value wrong.
+    ASSERT_EQ(r.checkErrors, 6u);
+    EXPECT_EQ(r.mismatches[0].frame, 501u);
+    EXPECT_EQ(r.mismatches[0].computeWrong, 3);
+    EXPECT_EQ(r.mismatches[0].pixels, 0u);
+    EXPECT_EQ(r.mismatches[3].computeWrong, kComputeValues);
 }

@@ -51,9 +51,11 @@ struct RunResults {
     bool checksActive = false;
     unsigned checks = 0, checkErrors = 0;
     double checkMs = 0.0;  // wall time the checks took, the reference included
+    bool computeChecks = false;  // a compute check ran with each picture check
     struct Mismatch {
         uint64_t frame = 0, pixels = 0;
         int largest = 0;
+        int computeWrong = 0;
     };
     std::vector<Mismatch> mismatches;
     FrameTimeHistogram frameTimes;

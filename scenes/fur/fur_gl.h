@@ -33,6 +33,7 @@ public:
     void DrawQuad(int x, int y, int w, int h, const Color4& color, unsigned short stipple = 0xFFFF) override;
     bool ReadBackFrame(std::string* rgba, int* width, int* height) override;
     bool DrawCheckFrame(CheckFrame* out) override;
+    int RunComputeCheck() override;
 
     // How many dot-texture binds the last frame made (a texture changes only
     // when the shell's index does).
@@ -106,6 +107,14 @@ private:
     GLuint checkFbo_ = 0, checkColor_ = 0, checkDepth_ = 0;
     int checkWidth_ = 0, checkHeight_ = 0;
     bool drawingCheck_ = false;  // the furry object is drawn even when hidden
+    // The compute check's program and buffer (OpenGL 4.3 contexts); state 0
+    // untried, 1 ready, -1 not available.
+    bool SetUpComputeCheck();
+    gl::ComputeApi compute_;
+    int computeState_ = 0;
+    GLuint computeProgram_ = 0, computeBuffer_ = 0;
+    std::vector<uint32_t> computeExpected_;
+    int glMajor_ = 0, glMinor_ = 0;
 };
 
 class cLm4DDemo_OpenGL_2 : public cLm4DDemo_GL {
