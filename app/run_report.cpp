@@ -133,7 +133,35 @@ ResultsContext CollectResultsContext() {
     return c;
 }
 
+int ReadGpuLogReadings(std::vector<GpuLogReading>* out) {
+    out->clear();
+    const int count = monitor::SensorGpuCount();
+    for (int i = 0; i < count; ++i) {
+        GpuLogReading g;
+        monitor::GpuSensorSnapshot s;
+        if (monitor::ReadGpuSensors(i, &s)) {
+            // Only what an interface supplied: the temperature and load carry
+            // their own flag; a clock or power figure of 0 is one nobody read.
+            g.hasTemperature = s.has_temperature;
+            g.temperature = s.temperature;
+            g.hasLoad = s.has_load;
+            g.load = s.load;
+            g.coreClock = s.shown_core_clock();
+            g.hasCoreClock = g.coreClock > 0;
+            g.memoryClock = s.shown_memory_clock();
+            g.hasMemoryClock = g.memoryClock > 0;
+            g.hasPower = s.power_available != 0;
+            g.power = s.power_percent;
+        }
+        out->push_back(g);
+    }
+    return count;
+}
+
 void ReportRunEnded(const RunResults& results) {
+    if (results.checkErrors > 0)
+        NoteVerificationErrors("Verification: " + std::to_string(results.checkErrors) + " of " +
+                               std::to_string(results.checks) + " picture checks differed from the reference");
     if (!results.started)
         NoteCouldNotStart(results.testName + " could not start");
     else if (results.deviceLost)

@@ -4,6 +4,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "runner/frame_log.h"
 
 #include "runner/run_results.h"
 
@@ -14,6 +17,10 @@ void BeginRunReport();
 // results file when /results_json= asked for one, and notes how the run
 // ended for the exit code.
 void ReportRunEnded(const RunResults& results);
+// Each GPU's latest readings as the frame log writes them; returns the
+// number of GPUs the monitor has.
+int ReadGpuLogReadings(std::vector<GpuLogReading>* out);
+
 // At exit, after the last benchmark, when the scores file is asked for.
 void WriteScoresRow();
 

@@ -11,6 +11,8 @@
 #include "core/run_outcome.h"
 #include "monitor/gpu_listing.h"
 #include "monitor/monitor_shell.h"
+#include "monitor/probe_gpu.h"
+#include "platform/gpu_choice.h"
 #include "platform/platform.h"
 #include "runner/catalogue.h"
 #include "runner/run3d.h"
@@ -76,6 +78,34 @@ void TellCouldNotStart(const std::string& text) {
     NoteCouldNotStart(text);
 }
 
+// /gpu=N: the N-th GPU of the inventory, numbered as /list_gpus shows them.
+// An index the machine does not have starts nothing.
+bool ChooseGpu(int index) {
+    const int count = ProbeGPU::getGpuCount();
+    if (index > count) {
+        char text[200];
+        std::snprintf(text, sizeof text, "GPU %d does not exist: this machine has %d GPU(s), numbered 1 to %d by /list_gpus.",
+                      index, count, count);
+        TellCouldNotStart(text);
+        return false;
+    }
+    platform::GpuChoice choice;
+    choice.index = index;
+    const ProbeGPU::GpuSlot* slot = ProbeGPU::getGpu(index - 1);
+    choice.name = slot ? slot->name : std::string(ProbeGPU::getGpuName());
+    if (slot && slot->pciVendor >= 0 && slot->pciDevice >= 0) {
+        choice.pciVendor = slot->pciVendor;
+        choice.pciDevice = slot->pciDevice;
+        for (int i = 0; i < index - 1; ++i) {
+            const ProbeGPU::GpuSlot* s = ProbeGPU::getGpu(i);
+            if (s && s->pciVendor == slot->pciVendor && s->pciDevice == slot->pciDevice) ++choice.sameBefore;
+        }
+    }
+    platform::SetGpuChoice(choice);
+    gEventLog.Write("GPU %d chosen for the test: %s.", index, choice.name.c_str());
+    return true;
+}
+
 Run3DServices RunServices() {
     Run3DServices services;
     services.createDemo = CreateTestObject;
@@ -86,6 +116,7 @@ Run3DServices RunServices() {
     };
     services.gpuPhysxAvailable = [] { return monitor::GpuPhysXAvailable(); };
     services.runEnded = ReportRunEnded;
+    services.readGpuLog = ReadGpuLogReadings;
     return services;
 }
 
@@ -217,6 +248,8 @@ int ArdentiumMain(const char* commandLine) {
         gRunExtras.screenshotPath = platform::ResolvePath(startFolder, gRunExtras.screenshotPath);
     if (!gRunExtras.resultsJsonPath.empty())
         gRunExtras.resultsJsonPath = platform::ResolvePath(startFolder, gRunExtras.resultsJsonPath);
+    if (!gRunExtras.logFramesPath.empty())
+        gRunExtras.logFramesPath = platform::ResolvePath(startFolder, gRunExtras.logFramesPath);
     if (!gRunExtras.launcherStatePath.empty())
         gRunExtras.launcherStatePath = platform::ResolvePath(startFolder, gRunExtras.launcherStatePath);
 
@@ -258,6 +291,12 @@ int ArdentiumMain(const char* commandLine) {
         platform::WriteConsole(monitor::GpuListing());
         monitor::MonitorShutdown();
         return 0;
+    }
+
+    if (gRunExtras.gpuIndex > 0 && !ChooseGpu(gRunExtras.gpuIndex)) {
+        monitor::MonitorShutdown();
+        gEventLog.Write("Exit from %s.", kProductTitle);
+        return CurrentExitCode();
     }
 
     bool missingEntry = false;

@@ -12,6 +12,7 @@ std::atomic<bool> gCouldNotStart{false};
 std::atomic<bool> gRunFailed{false};
 std::atomic<bool> gNotWritten{false};
 std::atomic<bool> gStoppedEarly{false};
+std::atomic<bool> gVerificationErrors{false};
 std::mutex gErrorsLock;
 std::vector<std::string> gErrors;
 
@@ -35,6 +36,11 @@ void NoteRunFailed(const std::string& what) {
 
 void NoteStoppedEarly() { gStoppedEarly = true; }
 
+void NoteVerificationErrors(const std::string& what) {
+    KeepError(what);
+    gVerificationErrors = true;
+}
+
 void NoteResultNotWritten(const char* what, const std::string& path, const std::string& reason) {
     char text[1024];
     std::snprintf(text, sizeof text, "Unable to write %s [%s]: %s.", what, path.c_str(), reason.c_str());
@@ -51,6 +57,7 @@ std::vector<std::string> NotedErrors() {
 ExitCode CurrentExitCode() {
     if (gCouldNotStart) return kExitCouldNotStart;
     if (gRunFailed) return kExitRunFailed;
+    if (gVerificationErrors) return kExitVerificationErrors;
     if (gNotWritten) return kExitResultsNotWritten;
     if (gStoppedEarly) return kExitStoppedEarly;
     return kExitOk;
@@ -61,6 +68,7 @@ void ResetRunOutcome() {
     gRunFailed = false;
     gNotWritten = false;
     gStoppedEarly = false;
+    gVerificationErrors = false;
     std::lock_guard<std::mutex> hold(gErrorsLock);
     gErrors.clear();
 }

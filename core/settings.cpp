@@ -332,6 +332,13 @@ void ParseExtra(const char* at, const char* name, float& field) {
     if (end != at + std::strlen(name) && t >= 0.0 && t < 1e6) field = static_cast<float>(t);
 }
 
+// A whole number, 0 or more; anything else leaves the default.
+void ParseExtra(const char* at, const char* name, int& field) {
+    if (!at) return;
+    long long v = 0;
+    if (ScanInteger(at + std::strlen(name), &v) == NumberScan::Ok && v >= 0 && v <= 1000000000) field = static_cast<int>(v);
+}
+
 // A path: quoted when it holds spaces, otherwise up to the next space.
 void ParseExtra(const char* at, const char* name, std::string& field) {
     if (!at) return;
@@ -375,6 +382,8 @@ const char* const kUsageFooter =
     "  3    a result (scores row, JSON results, temperature log) could not be written\n"
     "  4    the run broke off (the graphics device was lost)\n"
     "  5    a benchmark was stopped (Esc, window closed, Ctrl+C) before its end\n"
+    "  6    the picture checks found errors: a check frame differed from the run's\n"
+    "       reference (see \"Verification\" in the event log)\n"
     "  130  a second Ctrl+C or SIGINT ended the program at once\n";
 
 namespace {

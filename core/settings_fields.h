@@ -45,7 +45,8 @@
 // Switches that are not settings (how a run is shown and recorded) live in
 // ARD_RUN_EXTRAS below: X(TYPE, member, "/switch", DEFAULT, Help(...)), where
 // a bool is set by the switch's presence, a std::string takes a path (quoted
-// when it holds spaces), and a float takes seconds (0 or more).
+// when it holds spaces), a float takes seconds (0 or more) and an int a
+// whole number (0 or more).
 #pragma once
 
 #include <array>
@@ -284,5 +285,9 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     X(float,       amarkStageSeconds, "/amark_stage_seconds=", -1.0f, Help("SECONDS", "meant for tests only: every OpenGL 4 benchmark stage lasts SECONDS instead of its planned 20 or 50 s (scores are then not comparable)")) \
     X(std::string, resultsJsonPath, "/results_json=",   "",    Help("PATH", "write the run's result (frames, FPS, frame times, sensors, errors) as JSON to PATH")) \
     X(bool,        listGpus,        "/list_gpus",       false, Help("", "list the GPUs, how each is read and its current sensor readings on standard output, then exit")) \
-    X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)"))
+    X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)")) \
+    X(std::string, logFramesPath,   "/log_frames=",     "",    Help("PATH", "write one CSV row per second to PATH: frames, FPS, frame time p50/p99 and every GPU's temperature, load, clocks and power")) \
+    X(int,         gpuIndex,        "/gpu=",            0,     Help("N", "run the test on GPU N as /list_gpus numbers them (OpenGL headless through EGL, Direct3D 9/10/11); 0 or absent: the system's default")) \
+    X(int,         verifyEveryFrames, "/verify_every=", 0,     Help("FRAMES", "meant for tests only: check the picture against the run's reference every FRAMES frames instead of every 5 s and 200 frames")) \
+    X(int,         verifyFaultCheck, "/verify_fault=",  0,     Help("N", "meant for tests only: corrupt the read-back of the N-th picture check, so the run must report a verification error"))
 // clang-format on

@@ -212,7 +212,7 @@ TEST(Settings, PrintedInDeclarationOrder) {
 TEST(Settings, PrintSwitchDoesNotCollide) {
     // The diagnostic switch must neither contain nor be contained in a real one.
     std::vector<std::string> switches = KnownSwitches();
-    EXPECT_EQ(switches.size(), 43u + 7u + 1u);  // settings, run extras, /print_settings
+    EXPECT_EQ(switches.size(), 43u + 11u + 1u);  // settings, run extras, /print_settings
     std::string p = kPrintSettingsSwitch;
     for (const std::string& s : switches) {
         if (s == p) continue;
@@ -283,6 +283,20 @@ TEST(Settings, HelpComesFromTheTables) {
     RunExtras e = ParseRunExtras("/results_json=\"out dir/r.json\" /headless");
     EXPECT_EQ(e.resultsJsonPath, "out dir/r.json");
     EXPECT_TRUE(ParseRunExtras("").resultsJsonPath.empty());
+}
+
+TEST(Settings, WholeNumberExtrasTakeOnlyNumbersOfZeroOrMore) {
+    RunExtras e = ParseRunExtras("/gpu=2 /log_frames=\"a b/f.csv\" /verify_every=30 /verify_fault=1");
+    EXPECT_EQ(e.gpuIndex, 2);
+    EXPECT_EQ(e.logFramesPath, "a b/f.csv");
+    EXPECT_EQ(e.verifyEveryFrames, 30);
+    EXPECT_EQ(e.verifyFaultCheck, 1);
+    // Garbage and negative numbers leave the default (the system's GPU, no fault).
+    e = ParseRunExtras("/gpu=x /verify_fault=-3 /verify_every=99999999999");
+    EXPECT_EQ(e.gpuIndex, 0);
+    EXPECT_EQ(e.verifyFaultCheck, 0);
+    EXPECT_EQ(e.verifyEveryFrames, 0);
+    EXPECT_EQ(ParseRunExtras("/gpu=17").gpuIndex, 17);
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 included: a benchmark of each test identifier, the launcher's start of test
 0 through each Direct3D API, and the same frame drawn by every back-end
 compared with the OpenGL 2 picture."""
+import json
 import os
+import re
 import shutil
 import subprocess
 import time
@@ -142,6 +144,34 @@ class Direct3DUnderWine(unittest.TestCase):
                 self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
                 w, h, pixels = read_png(os.path.join(inst.work_dir, "shot.png"))
                 self.assertGreater(count_pixels(pixels, (0, 0, w, h), reddish), 300)
+
+    def test_each_direct3d_api_catches_an_injected_check_fault(self):
+        # A clean run of each API ends with exit code 0 in the benchmark
+        # test above, so its checks found no error; here one read-back is
+        # corrupted on purpose and each API must report it.
+        # The runs also choose GPU 1, the one Wine lists, through each API's
+        # own adapter list.
+        for test3d, api, chosen in (("2006", "D3D9", r"^Direct3D 9: drawing on GPU 1 \(.*\) through adapter 0"),
+                                    ("2010", "D3D10", r"^Direct3D 10: drawing on GPU 1 \(.*\) through DXGI adapter 0"),
+                                    ("2015", "D3D11", r"^Direct3D 11: drawing on GPU 1 \(.*\) through DXGI adapter 0")):
+            with self.subTest(test3d=test3d):
+                inst = self.install()
+                res = inst.run(*FROZEN, "/test3d=" + test3d, "/run_mode=1", "/max_time=1000", "/verify_every=2",
+                               "/verify_fault=1", "/gpu=1", "/results_json=result.json", display=self.display,
+                               timeout=240)
+                msgs = inst.messages()
+                self.assertEqual(res.returncode, 6, "\n".join(msgs[-15:]) + res.stderr[-2000:])
+                self.assertTrue(any(re.match(chosen, m) for m in msgs), msgs[-25:])
+                # The check frame has the view's size (the window's client area).
+                self.assertTrue(any(re.match(r"^Verification: reference frame drawn \(\d+x\d+\) at frame 1\.$", m)
+                                    for m in msgs), msgs[-20:])
+                errors = [m for m in msgs if m.startswith("Verification error at frame ")]
+                self.assertEqual(len(errors), 1, msgs[-20:])
+                self.assertTrue(errors[0].startswith("Verification error at frame 3: "), errors[0])
+                with open(os.path.join(inst.work_dir, "result.json")) as f:
+                    result = json.load(f)
+                self.assertEqual(result["verification"]["errors"], 1, api)
+                self.assertEqual([m["frame"] for m in result["verification"]["mismatches"]], [3])
 
 
 if __name__ == "__main__":

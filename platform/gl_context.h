@@ -35,6 +35,11 @@ public:
     virtual unsigned DefaultFramebuffer() const = 0;
     // How many samples the drawing target really has.
     virtual int Samples() const = 0;
+    // The device the context draws on when a GPU was chosen (/gpu=N): a
+    // description such as "EGL device 1 of 2"; empty when this kind of
+    // context cannot choose its GPU (a window's context takes the one the
+    // window system or driver gives it).
+    virtual std::string ChosenDevice() const { return std::string(); }
 
 protected:
     // With the context current, once it exists.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/render_target.h"
+#include "runner/frame_verify.h"
 #include "runner/run_results.h"
 
 // <windows.h> renames DrawText to DrawTextA; the operation keeps its name
@@ -43,6 +44,17 @@ public:
     // After the twelve: reads the last drawn frame back as RGBA rows, top row
     // first. False when the back-end cannot.
     virtual bool ReadBackFrame(std::string* rgba, int* width, int* height) { return false; }
+
+    // Draws the scene from a fixed state (animation time, camera; no HUD)
+    // into a target of its own, reads it back and leaves the run's drawing
+    // as it was. The same device must give the same picture every time: the
+    // render thread compares each with the reference taken at the start.
+    // False when the object cannot.
+    virtual bool DrawCheckFrame(CheckFrame* out) { return false; }
+    // Runs the compute check (ComputeCheckValue for each index on the GPU)
+    // and returns how many results differ from the CPU's; -1 when the
+    // object or its context has no compute shaders.
+    virtual int RunComputeCheck() { return -1; }
 
     // Frames the device has finished drawing since Init (its fences have
     // signalled); kFramesNotTracked when the object cannot tell, and every

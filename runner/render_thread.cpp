@@ -6,10 +6,13 @@
 #include <cstring>
 
 #include "core/event_log.h"
+#include "core/run_outcome.h"
 #include "core/settings.h"
 #include "platform/compiler.h"
 #include "platform/platform.h"
 #include "runner/demo_access.h"
+#include "runner/frame_log.h"
+#include "runner/frame_verify.h"
 #include "runner/run_facts.h"
 #include "runner/run_results.h"
 #include "runner/run_stats.h"
@@ -92,6 +95,40 @@ private:
     cLm4DDemo& demo_;
     bool tracked_ = false;
     uint64_t seen_ = 0;
+};
+
+// The per-second rows of /log_frames=, when asked for.
+class SecondLog {
+public:
+    explicit SecondLog(RunHost& host) : host_(host), path_(gRunExtras.logFramesPath) {
+        if (path_.empty()) return;
+        const int gpus = host_.ReadGpuLog(&readings_);
+        std::string reason;
+        if (log_.Open(path_, gpus, &reason))
+            gEventLog.Write("Frame log: one row per second to [%s].", path_.c_str());
+        else
+            NoteResultNotWritten("the frame log", path_, reason);
+    }
+    void AddFrameTime(double ms) {
+        if (log_.open()) times_.push_back(ms);
+    }
+    void Restart() { times_.clear(); }
+    void Row(double seconds, bool measured, unsigned frames, unsigned intervalMs) {
+        if (!log_.open()) return;
+        host_.ReadGpuLog(&readings_);
+        std::string reason;
+        if (!log_.AddRow(seconds, measured ? "measured" : "warm-up", SummariseSecond(frames, intervalMs, &times_),
+                         readings_, &reason))
+            NoteResultNotWritten("the frame log", path_, reason);
+        times_.clear();
+    }
+
+private:
+    RunHost& host_;
+    std::string path_;
+    FrameLog log_;
+    std::vector<GpuLogReading> readings_;
+    std::vector<double> times_;
 };
 
 const char* ApiName(int apiId) {
@@ -198,6 +235,12 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
     int64_t lastFine = clock.Counter();
     const double fineToMs = 1000.0 / static_cast<double>(clock.Frequency());
 
+    SecondLog secondLog(host);
+    CheckSchedule schedule;
+    schedule.everyFrames = static_cast<unsigned>(gRunExtras.verifyEveryFrames);
+    FrameVerifier verifier(schedule, static_cast<unsigned>(gRunExtras.verifyFaultCheck));
+    uint64_t submitted = 0;  // every frame handed over, warm-up included
+
     bool benchmarkEnded = false;
     while (!RunControl.stop_requested) {
         // L1: the warm-up is over; what it measured is thrown away, and so
@@ -208,6 +251,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
             ResetStatistics(s, averager);
             r.fpsSeries.clear();
             r.frameTimes.Reset();
+            secondLog.Restart();
             lastFrame = timer.Milliseconds();
             lastFine = clock.Counter();
         }
@@ -246,6 +290,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         }
         // The time since the last loop top is the last measured frame's.
         if (measuring && measuredSubmitted > 0) r.frameTimes.Add(frameMs);
+        if (submitted > 0 && !(measuring && benchmark && measuredSubmitted == 0)) secondLog.AddFrameTime(frameMs);
 
         // L4
         demo->Frame(demo->frame_seconds);
@@ -255,6 +300,13 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
             break;
         }
         if (measuring) ++measuredSubmitted;
+        // The reference is drawn once the first frame has taken the run's
+        // pictures (custom images are picked up by the first frame).
+        ++submitted;
+        if (submitted == 1)
+            verifier.TakeReference(*demo, submitted, timer.Milliseconds());
+        else
+            verifier.MaybeCheck(*demo, submitted, timer.Milliseconds());
         const unsigned newlyDrawn = drawn.TakeNew();
         s.interval_frames += newlyDrawn;
         if (measuring) s.benchmark_frames += newlyDrawn;
@@ -263,6 +315,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         // scaled to the interval's true length.
         if (s.interval_ms >= 1000) {
             int fps = static_cast<int>(s.interval_frames.load());
+            secondLog.Row(timer.Milliseconds() / 1000.0, measuring, s.interval_frames.load(), s.interval_ms.load());
             s.current_fps = fps;
             s.interval_frames = 0;
             s.interval_ms = 0;
@@ -289,6 +342,20 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
     }
 
     host.EndProgress();
+    // One last check on the way out, so every run that drew frames is
+    // checked at least once.
+    if (verifier.active() && !r.deviceLost) {
+        verifier.Check(*demo, submitted, timer.Milliseconds());
+        gEventLog.Write("Verification: %u checks, %u errors.", verifier.checks(), verifier.errors());
+        gEventLog.Write("Verification: the checks took %.1f ms in all.", verifier.checkMs());
+    }
+    r.checkMs = verifier.checkMs();
+    r.checksActive = verifier.active();
+    r.checks = verifier.checks();
+    r.checkErrors = verifier.errors();
+    r.computeChecks = verifier.computeActive();
+    for (const CheckMismatch& m : verifier.mismatches())
+        r.mismatches.push_back(RunResults::Mismatch{m.frame, m.difference.pixels, m.difference.largest, m.computeWrong});
     r.frames = s.benchmark_frames.load();
     r.seconds = s.elapsed_ms.load() / 1000.0;
     r.minFps = s.min_fps.load();

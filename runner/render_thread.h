@@ -4,9 +4,11 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "runner/catalogue.h"
 #include "runner/hires_timer.h"
+#include "runner/frame_log.h"
 #include "runner/lm4d_demo.h"
 
 // What the render thread needs from the rest of the program. The real host
@@ -37,6 +39,12 @@ public:
     // Once per FPS sample: where the run stands (limitMs 0: no time limit).
     virtual void Progress(const struct RunStatsRecord& stats, unsigned limitMs) {}
     virtual void EndProgress() {}
+    // Each GPU's readings for the per-second frame log, as the monitor read
+    // them last; returns how many GPUs the monitor has.
+    virtual int ReadGpuLog(std::vector<GpuLogReading>* out) {
+        out->clear();
+        return 0;
+    }
     // The run is over and its results are complete (also when it could not
     // start); the last thing before the thread marks itself done.
     virtual void RunEnded(const struct RunResults& results) {}

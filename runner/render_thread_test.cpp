@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "core/run_outcome.h"
 #include "core/settings.h"
 #include "runner/demo_access.h"
 #include "runner/run_results.h"
@@ -77,6 +81,18 @@ public:
         drainedTo = c_.frames;
         drains++;
     }
+
+    // A picture check: the frame the fake device draws when asked (none
+    // when unset).
+    bool DrawCheckFrame(CheckFrame* out) override {
+        if (!checkFrame) return false;
+        checkFrames++;
+        return checkFrame(c_.frames, out);
+    }
+    int RunComputeCheck() override { return computeCheck ? computeCheck(c_.frames) : -1; }
+    std::function<bool(int, CheckFrame*)> checkFrame;
+    std::function<int(int)> computeCheck;
+    int checkFrames = 0;
 
     std::vector<float> seconds;
     int lag = -1;
@@ -409,3 +425,150 @@ TEST_F(RenderThread, EveryEndingIsReported) {
 }
 
 }  // namespace
+
+namespace {
+
+// A 4 x 2 check frame, every byte `v`, with pixel 5's red channel at `odd`.
+bool SmallFrame(uint8_t v, uint8_t odd, CheckFrame* out) {
+    out->width = 4;
+    out->height = 2;
+    out->rgba.assign(32, v);
+    out->rgba[20] = odd;
+    return true;
+}
+
+std::vector<std::string> Lines(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<std::string> lines;
+    for (std::string l; std::getline(in, l);) lines.push_back(l);
+    return lines;
+}
+
+}  // namespace
+
+TEST_F(RenderThread, PictureChecksCountOnlyRealDifferences) {
+    gRunExtras = RunExtras();
+    gRunExtras.verifyEveryFrames = 100;
+    RunParameters.run_mode = 2;
+    RunParameters.max_time = 0;
+    // The "card" draws the same picture, within the tolerance, until frame
+    // 700; from then on one pixel is far off.
+    host.setup = [](FakeDemo& d) {
+        d.checkFrame = [](int frames, CheckFrame* out) { return SmallFrame(9, frames >= 700 ? 200 : 9 + (frames % 3), out); };
+        d.onFrame = [](int n) {
+            if (n == 1000) RunControl.stop_requested = true;
+        };
+    };
+    Run();
+    const RunResults& r = host.ended.at(0);
+    EXPECT_TRUE(r.checksActive);
+    // Reference at frame 1, then every 100 frames (101 ... 901), then the last one.
+    EXPECT_EQ(r.checks, 10u);
+    EXPECT_EQ(r.checkErrors, 4u);  // 701, 801, 901 and the check at the end
+    ASSERT_EQ(r.mismatches.size(), 4u);
+    EXPECT_EQ(r.mismatches[0].frame, 701u);
+    EXPECT_EQ(r.mismatches[0].pixels, 1u);
+    EXPECT_EQ(r.mismatches[0].largest, 190);
+    EXPECT_EQ(gCheckCounters.checks.load(), 10u);  // what the HUD shows
+    EXPECT_EQ(gCheckCounters.errors.load(), 4u);
+    gRunExtras = RunExtras();
+}
+
+TEST_F(RenderThread, InjectedFaultIsCaughtAndAnObjectWithoutChecksRunsWithout) {
+    gRunExtras = RunExtras();
+    gRunExtras.verifyEveryFrames = 50;
+    gRunExtras.verifyFaultCheck = 2;
+    host.setup = [](FakeDemo& d) { d.checkFrame = [](int, CheckFrame* out) { return SmallFrame(40, 40, out); }; };
+    Run();
+    const RunResults& a = host.ended.at(0);
+    EXPECT_TRUE(a.checksActive);
+    EXPECT_GT(a.checks, 20u);
+    EXPECT_EQ(a.checkErrors, 1u);
+    ASSERT_EQ(a.mismatches.size(), 1u);
+    EXPECT_EQ(a.mismatches[0].frame, 101u);
+    EXPECT_GT(a.mismatches[0].pixels, 0u);
+
+    host.ended.clear();
+    host.setup = nullptr;
+    Run();
+    EXPECT_FALSE(host.ended.at(0).checksActive);
+    EXPECT_EQ(host.ended.at(0).checks, 0u);
+    gRunExtras = RunExtras();
+}
+
+TEST_F(RenderThread, FrameLogHasOneRowPerFpsSampleAndAgreesWithTheResults) {
+    const std::string path = ::testing::TempDir() + "frame_log_test.csv";
+    gRunExtras = RunExtras();
+    gRunExtras.logFramesPath = path;
+    // 20 ms frames with every tenth at 60 ms.
+    host.frameMs = [](int i) { return i % 10 == 9 ? 60u : 20u; };
+    RunParameters.max_time = 5000;
+    Run();
+    gRunExtras = RunExtras();
+    const RunResults& r = host.ended.at(0);
+    const std::vector<std::string> lines = Lines(path);
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "time_s,phase,frames,fps,frame_time_p50_ms,frame_time_p99_ms");
+    std::vector<int> measured;
+    int warmup = 0;
+    for (size_t i = 1; i < lines.size(); ++i) {
+        std::stringstream row(lines[i]);
+        std::string time, phase, frames, fps, p50, p99;
+        std::getline(row, time, ',');
+        std::getline(row, phase, ',');
+        std::getline(row, frames, ',');
+        std::getline(row, fps, ',');
+        std::getline(row, p50, ',');
+        std::getline(row, p99, ',');
+        if (phase == "warm-up") {
+            ++warmup;
+            continue;
+        }
+        ASSERT_EQ(phase, "measured");
+        measured.push_back(std::stoi(frames));
+        EXPECT_DOUBLE_EQ(std::stod(p50), 20.0) << lines[i];
+        EXPECT_DOUBLE_EQ(std::stod(p99), 60.0) << lines[i];
+    }
+    EXPECT_GE(warmup, 3);
+    EXPECT_EQ(measured, r.fpsSeries);
+    std::remove(path.c_str());
+}
+
+TEST_F(RenderThread, FrameLogThatCannotBeWrittenIsReported) {
+    gRunExtras = RunExtras();
+    gRunExtras.logFramesPath = ::testing::TempDir() + "no such folder/frames.csv";
+    ResetRunOutcome();
+    RunParameters.max_time = 1000;
+    Run();
+    gRunExtras = RunExtras();
+    EXPECT_EQ(CurrentExitCode(), kExitResultsNotWritten);
+    ASSERT_FALSE(NotedErrors().empty());
+    EXPECT_NE(NotedErrors()[0].find("Unable to write the frame log ["), std::string::npos);
+    ResetRunOutcome();
+}
+
+TEST_F(RenderThread, ComputeCheckErrorsCountWithThePictureChecks) {
+    gRunExtras = RunExtras();
+    gRunExtras.verifyEveryFrames = 100;
+    RunParameters.run_mode = 2;
+    host.setup = [](FakeDemo& d) {
+        d.checkFrame = [](int, CheckFrame* out) { return SmallFrame(9, 9, out); };
+        // Right until frame 500, then three values wrong, then the compute
+        // pass cannot run at all.
+        d.computeCheck = [](int frames) { return frames < 500 ? 0 : frames < 800 ? 3 : -1; };
+        d.onFrame = [](int n) {
+            if (n == 1000) RunControl.stop_requested = true;
+        };
+    };
+    Run();
+    gRunExtras = RunExtras();
+    const RunResults& r = host.ended.at(0);
+    EXPECT_TRUE(r.computeChecks);
+    EXPECT_EQ(r.checks, 10u);
+    // 501, 601, 701 with 3 wrong; 801, 901 and the last with every value wrong.
+    ASSERT_EQ(r.checkErrors, 6u);
+    EXPECT_EQ(r.mismatches[0].frame, 501u);
+    EXPECT_EQ(r.mismatches[0].computeWrong, 3);
+    EXPECT_EQ(r.mismatches[0].pixels, 0u);
+    EXPECT_EQ(r.mismatches[3].computeWrong, kComputeValues);
+}

@@ -69,6 +69,7 @@ public:
         shown_ = false;
     }
     void RunEnded(const RunResults& results) override { services_.runEnded(results); }
+    int ReadGpuLog(std::vector<GpuLogReading>* out) override { return services_.readGpuLog(out); }
 
 private:
     platform::Window3D* window_;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/window3d.h"
 #include "runner/render_thread.h"
@@ -21,6 +22,12 @@ struct Run3DServices {
     // The run is over (on the render thread, as its last act): tell the user
     // its results. Also called for a run that could not start.
     std::function<void(const struct RunResults&)> runEnded = [](const struct RunResults&) {};
+    // Each GPU's latest readings for the per-second frame log; returns the
+    // number of GPUs.
+    std::function<int(std::vector<GpuLogReading>*)> readGpuLog = [](std::vector<GpuLogReading>* out) {
+        out->clear();
+        return 0;
+    };
     // The largest viewport side the GPU allows; the run's size is cut to it.
     int maxViewportSize = 16384;
 };

@@ -163,6 +163,19 @@ std::string ResultsJson(const RunResults& r, const ResultsContext& c) {
         }
         field("stages", st + "]");
     }
+    if (!r.checksActive) {
+        field("verification", "null");
+    } else {
+        std::string v = "{\"checks\": " + std::to_string(r.checks) + ", \"errors\": " + std::to_string(r.checkErrors) +
+                        ", \"check_ms\": " + JsonNumber(r.checkMs) +
+                        ", \"compute_check\": " + (r.computeChecks ? "true" : "false") + ", \"mismatches\": [";
+        for (size_t i = 0; i < r.mismatches.size(); ++i)
+            v += std::string(i ? ", " : "") + "{\"frame\": " + std::to_string(r.mismatches[i].frame) +
+                 ", \"pixels\": " + std::to_string(r.mismatches[i].pixels) +
+                 ", \"largest_difference\": " + std::to_string(r.mismatches[i].largest) +
+                 ", \"compute_wrong\": " + std::to_string(r.mismatches[i].computeWrong) + "}";
+        field("verification", v + "]}");
+    }
     std::string errors = "[";
     for (size_t i = 0; i < c.errors.size(); ++i) errors += (i ? ", " : "") + JsonText(c.errors[i]);
     field("errors", errors + "]", true);

@@ -45,6 +45,19 @@ struct RunResults {
     std::vector<std::pair<std::string, double>> subScores;
     std::vector<StageResult> stages;
     std::vector<int> fpsSeries; // one sample per measuring interval of about a second
+    // The picture checks: whether the run had a reference to check against,
+    // how many checks ran, how many failed, and the failed ones (the first
+    // hundred).
+    bool checksActive = false;
+    unsigned checks = 0, checkErrors = 0;
+    double checkMs = 0.0;  // wall time the checks took, the reference included
+    bool computeChecks = false;  // a compute check ran with each picture check
+    struct Mismatch {
+        uint64_t frame = 0, pixels = 0;
+        int largest = 0;
+        int computeWrong = 0;
+    };
+    std::vector<Mismatch> mismatches;
     FrameTimeHistogram frameTimes;
 };
 

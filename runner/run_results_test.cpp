@@ -139,4 +139,22 @@ TEST(RunResults, StagedBenchmarkCarriesSubScoresAndStages) {
     EXPECT_EQ(SummaryLine(r).find("ascore"), std::string::npos);
 }
 
+TEST(RunResults, VerificationIsNullWithoutChecksAndListsEachMismatch) {
+    RunResults r = Finished();
+    ResultsContext c;
+    EXPECT_NE(ResultsJson(r, c).find("\"verification\": null,"), std::string::npos);
+    r.checksActive = true;
+    r.checks = 7;
+    r.checkErrors = 2;
+    r.checkMs = 12.5;
+    r.computeChecks = true;
+    r.mismatches = {{120, 64, 243, 0}, {340, 0, 0, 17}};
+    EXPECT_NE(ResultsJson(r, c).find("\"verification\": {\"checks\": 7, \"errors\": 2, \"check_ms\": 12.500, "
+                                     "\"compute_check\": true, \"mismatches\": [{\"frame\": 120, \"pixels\": 64, "
+                                     "\"largest_difference\": 243, \"compute_wrong\": 0}, {\"frame\": 340, \"pixels\": 0, "
+                                     "\"largest_difference\": 0, \"compute_wrong\": 17}]},"),
+              std::string::npos)
+        << ResultsJson(r, c);
+}
+
 }  // namespace

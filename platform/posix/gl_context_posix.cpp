@@ -7,6 +7,12 @@
 #include <SDL2/SDL.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <vector>
+
+#include "platform/gpu_choice.h"
 
 namespace platform {
 
@@ -120,9 +126,13 @@ public:
     bool Create(const RenderTarget& target, const GlContextRequest& req, std::string* error) {
         auto getPlatformDisplay =
             reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(eglGetProcAddress("eglGetPlatformDisplayEXT"));
-        if (getPlatformDisplay)
+        const GpuChoice& choice = CurrentGpuChoice();
+        if (choice.index > 0) {
+            if (!OpenChosenDevice(choice, getPlatformDisplay, error)) return false;
+        } else if (getPlatformDisplay) {
             display_ = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
-        if (display_ == EGL_NO_DISPLAY) display_ = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+        }
+        if (display_ == EGL_NO_DISPLAY && choice.index == 0) display_ = eglGetDisplay(EGL_DEFAULT_DISPLAY);
         EGLint major = 0, minor = 0;
         if (display_ == EGL_NO_DISPLAY || !eglInitialize(display_, &major, &minor)) {
             *error = "no EGL display without a window system";
@@ -188,8 +198,65 @@ public:
     void SwapBuffers() override { FencePresentedFrame(); }
     unsigned DefaultFramebuffer() const override { return fbo_; }
     int Samples() const override { return samples_; }
+    std::string ChosenDevice() const override { return chosenDevice_; }
 
 private:
+    // A DRM device file's PCI identity, from sysfs ("/dev/dri/card1" ->
+    // /sys/class/drm/card1/device/vendor and device).
+    static void ReadPciIdentity(const char* deviceFile, AdapterIdentity* out) {
+        const char* base = std::strrchr(deviceFile, '/');
+        const std::string dir = std::string("/sys/class/drm/") + (base ? base + 1 : deviceFile) + "/device/";
+        auto hex = [](const std::string& path) {
+            std::ifstream in(path);
+            std::string text;
+            if (!(in >> text)) return -1;
+            char* end = nullptr;
+            const long v = std::strtol(text.c_str(), &end, 16);
+            return end != text.c_str() && v >= 0 && v <= 0xFFFF ? static_cast<int>(v) : -1;
+        };
+        out->pciVendor = hex(dir + "vendor");
+        out->pciDevice = hex(dir + "device");
+    }
+
+    // The chosen GPU among the devices EGL enumerates, opened as a display
+    // of its own.
+    bool OpenChosenDevice(const GpuChoice& choice, PFNEGLGETPLATFORMDISPLAYEXTPROC getPlatformDisplay,
+                          std::string* error) {
+        auto queryDevices = reinterpret_cast<PFNEGLQUERYDEVICESEXTPROC>(eglGetProcAddress("eglQueryDevicesEXT"));
+        auto queryString =
+            reinterpret_cast<PFNEGLQUERYDEVICESTRINGEXTPROC>(eglGetProcAddress("eglQueryDeviceStringEXT"));
+        if (!queryDevices || !queryString || !getPlatformDisplay) {
+            *error = "EGL cannot list its devices (no EGL_EXT_device_enumeration), so GPU " +
+                     std::to_string(choice.index) + " cannot be chosen";
+            return false;
+        }
+        EGLDeviceEXT devices[32];
+        EGLint count = 0;
+        if (!queryDevices(32, devices, &count) || count <= 0) count = 0;
+        std::vector<AdapterIdentity> ids(static_cast<size_t>(count));
+        for (EGLint i = 0; i < count; ++i) {
+            const char* ext = queryString(devices[i], EGL_EXTENSIONS);
+            ids[static_cast<size_t>(i)].software = ext && std::strstr(ext, "EGL_MESA_device_software");
+            const char* file = ext && std::strstr(ext, "EGL_EXT_device_drm") ? queryString(devices[i], EGL_DRM_DEVICE_FILE_EXT)
+                                                                             : nullptr;
+            if (file) ReadPciIdentity(file, &ids[static_cast<size_t>(i)]);
+        }
+        const int k = PickAdapter(choice, ids);
+        if (k < 0) {
+            *error = "GPU " + std::to_string(choice.index) + " (" + choice.name + ") is none of the " +
+                     std::to_string(count) + " devices EGL lists";
+            return false;
+        }
+        display_ = getPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[k], nullptr);
+        if (display_ == EGL_NO_DISPLAY) {
+            *error = "EGL device " + std::to_string(k + 1) + " cannot be opened as a display";
+            return false;
+        }
+        chosenDevice_ = "EGL device " + std::to_string(k + 1) + " of " + std::to_string(count);
+        return true;
+    }
+
+    std::string chosenDevice_;
     EGLDisplay display_ = EGL_NO_DISPLAY;
     EGLContext context_ = EGL_NO_CONTEXT;
     FboCalls calls_{};

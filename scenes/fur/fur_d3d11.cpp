@@ -5,14 +5,63 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "core/event_log.h"
+#include "platform/gpu_choice.h"
 #include "scenes/fur/d3d_shaders.h"
 #include "scenes/fur/fur_d3d_api.h"
 #include "scenes/fur/fur_d3d_tables.h"
 #include "scenes/fur/fur_hlsl.h"
 
 namespace {
+
+// The DXGI adapter of the GPU chosen with /gpu=N (with a reference the
+// caller releases); null for the system's default. False when a GPU was
+// chosen and DXGI has no adapter for it.
+bool ChosenDxgiAdapter(const char* apiName, IDXGIAdapter** out) {
+    *out = nullptr;
+    const platform::GpuChoice& choice = platform::CurrentGpuChoice();
+    if (choice.index <= 0) return true;
+    IDXGIFactory* factory = nullptr;
+    if (FAILED(CreateDXGIFactory(__uuidof(IDXGIFactory), reinterpret_cast<void**>(&factory)))) {
+        gEventLog.Write("%s: no DXGI factory, so GPU %d cannot be chosen.", apiName, choice.index);
+        return false;
+    }
+    std::vector<IDXGIAdapter*> adapters;
+    std::vector<platform::AdapterIdentity> ids;
+    IDXGIAdapter* a = nullptr;
+    for (UINT i = 0; factory->EnumAdapters(i, &a) != DXGI_ERROR_NOT_FOUND; ++i) {
+        DXGI_ADAPTER_DESC desc{};
+        platform::AdapterIdentity id;
+        if (a && SUCCEEDED(a->GetDesc(&desc))) {
+            id.pciVendor = static_cast<int>(desc.VendorId);
+            id.pciDevice = static_cast<int>(desc.DeviceId);
+        }
+        adapters.push_back(a);
+        ids.push_back(id);
+    }
+    factory->Release();
+    int k = platform::PickAdapter(choice, ids);
+    bool byOrder = false;
+    // An identity DXGI reports differently (a virtual or remote adapter):
+    // the inventory's order is the one left to go by.
+    if (k < 0 && choice.index <= static_cast<int>(adapters.size())) {
+        k = choice.index - 1;
+        byOrder = true;
+    }
+    for (size_t i = 0; i < adapters.size(); ++i)
+        if (static_cast<int>(i) != k && adapters[i]) adapters[i]->Release();
+    if (k < 0) {
+        gEventLog.Write("%s: GPU %d (%s) is none of the %u DXGI adapters.", apiName, choice.index, choice.name.c_str(),
+                        static_cast<unsigned>(adapters.size()));
+        return false;
+    }
+    gEventLog.Write("%s: drawing on GPU %d (%s) through DXGI adapter %d%s.", apiName, choice.index, choice.name.c_str(), k,
+                    byOrder ? " (by order: no adapter with its PCI identity)" : "");
+    *out = adapters[static_cast<size_t>(k)];
+    return true;
+}
 
 template <class T>
 void Release(T*& p) {
@@ -267,7 +316,13 @@ bool D3DFurDevice<Api>::CreateDevice(const RenderTarget& target, int width, int 
     sc.OutputWindow = window;
     sc.Windowed = TRUE;
     sc.SwapEffect = DXGI_SWAP_EFFECT_DISCARD;
-    const HRESULT hr = Api::Create(&sc, &d.swapChain, &d.device, &d.context);
+    IDXGIAdapter* adapter = nullptr;
+    if (!ChosenDxgiAdapter(Api::kName, &adapter)) {
+        gEventLog.Write("%s", Api::kInitFailed);
+        return false;
+    }
+    const HRESULT hr = Api::Create(adapter, &sc, &d.swapChain, &d.device, &d.context);
+    if (adapter) adapter->Release();
     if (FAILED(hr)) {
         gEventLog.Write("%s", Api::kInitFailed);
         gEventLog.Write("%s: device creation failed (0x%08lX).", Api::kName, static_cast<unsigned long>(hr));
@@ -594,15 +649,29 @@ template <class Api>
 bool D3DFurDevice<Api>::ReadBackBuffer(std::string* rgba) {
     Device& d = *d_;
     if (!d.backBuffer || d.lost) return false;
+    return ReadTexture(d.backBuffer, rgba);
+}
+
+template <class Api>
+bool D3DFurDevice<Api>::ReadPostTarget(std::string* rgba) {
+    Device& d = *d_;
+    if (!d.post || d.lost) return false;
+    return ReadTexture(d.post, rgba);
+}
+
+template <class Api>
+template <class Texture>
+bool D3DFurDevice<Api>::ReadTexture(Texture* texture, std::string* rgba) {
+    Device& d = *d_;
     typename Api::Texture2DDesc td{};
-    d.backBuffer->GetDesc(&td);
+    texture->GetDesc(&td);
     td.Usage = Api::kUsageStaging;
     td.BindFlags = 0;
     td.CPUAccessFlags = Api::kCpuRead;
     td.MiscFlags = 0;
     typename Api::Texture2D* staging = nullptr;
     if (FAILED(d.device->CreateTexture2D(&td, nullptr, &staging))) return false;
-    d.context->CopyResource(staging, d.backBuffer);
+    d.context->CopyResource(staging, texture);
     void* mapped = nullptr;
     UINT pitch = 0;
     const bool ok = d.Check(Api::MapRead(d.context, staging, &mapped, &pitch));

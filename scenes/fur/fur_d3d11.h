@@ -45,9 +45,14 @@ protected:
     void ClearBackBuffer(const float rgba[4]) override;
     void PresentBackBuffer() override;
     bool ReadBackBuffer(std::string* rgba) override;
+    bool ReadPostTarget(std::string* rgba) override;
     platform::FenceOps* FrameFences() override;
 
 private:
+    // A colour texture of the view's size as RGBA through a staging copy.
+    template <class Texture>
+    bool ReadTexture(Texture* texture, std::string* rgba);
+
     struct Device;
     std::unique_ptr<Device> d_;
 };

@@ -9,8 +9,10 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "core/event_log.h"
+#include "platform/gpu_choice.h"
 #include "scenes/fur/d3d_shaders.h"
 #include "scenes/fur/fur_d3d9_asm.h"
 
@@ -254,7 +256,33 @@ bool cLm4DDemo_D3D9::CreateDevice(const RenderTarget& target, int width, int hei
     }
 
     // Every adapter's facts; the device goes on the one showing the window.
+    // With /gpu=N, the device goes on that GPU's adapter instead.
     const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTOPRIMARY);
+    const platform::GpuChoice& choice = platform::CurrentGpuChoice();
+    int chosen = -1;
+    if (choice.index > 0) {
+        std::vector<platform::AdapterIdentity> ids;
+        for (UINT i = 0; i < d.d3d->GetAdapterCount(); ++i) {
+            D3DADAPTER_IDENTIFIER9 id{};
+            platform::AdapterIdentity a;
+            if (SUCCEEDED(d.d3d->GetAdapterIdentifier(i, 0, &id))) {
+                a.pciVendor = static_cast<int>(id.VendorId);
+                a.pciDevice = static_cast<int>(id.DeviceId);
+            }
+            ids.push_back(a);
+        }
+        chosen = platform::PickAdapter(choice, ids);
+        const bool byOrder = chosen < 0 && choice.index <= static_cast<int>(ids.size());
+        if (byOrder) chosen = choice.index - 1;
+        if (chosen < 0) {
+            gEventLog.Write("D3D9 initialization failed!");
+            gEventLog.Write("Direct3D 9: GPU %d (%s) is none of the %u adapters.", choice.index, choice.name.c_str(),
+                            static_cast<unsigned>(ids.size()));
+            return false;
+        }
+        gEventLog.Write("Direct3D 9: drawing on GPU %d (%s) through adapter %d%s.", choice.index, choice.name.c_str(),
+                        chosen, byOrder ? " (by order: no adapter with its PCI identity)" : "");
+    }
     UINT adapter = D3DADAPTER_DEFAULT;
     for (UINT i = 0; i < d.d3d->GetAdapterCount(); ++i) {
         D3DADAPTER_IDENTIFIER9 id{};
@@ -266,7 +294,7 @@ bool cLm4DDemo_D3D9::CreateDevice(const RenderTarget& target, int width, int hei
         gEventLog.Write("Direct3D 9 - Adapter %d - vendorId: %.4X, deviceId: %.4X, revision: %.4X", n,
                         static_cast<unsigned>(id.VendorId), static_cast<unsigned>(id.DeviceId),
                         static_cast<unsigned>(id.Revision));
-        if (d.d3d->GetAdapterMonitor(i) == monitor) {
+        if (chosen >= 0 ? static_cast<int>(i) == chosen : d.d3d->GetAdapterMonitor(i) == monitor) {
             adapter = i;
             const LARGE_INTEGER v = id.DriverVersion;
             char version[64];
@@ -695,9 +723,20 @@ void cLm4DDemo_D3D9::PresentBackBuffer() {
 bool cLm4DDemo_D3D9::ReadBackBuffer(std::string* rgba) {
     Device& d = *d_;
     if (!HasDevice()) return false;
+    return ReadSurface(d.backBuffer, rgba);
+}
+
+bool cLm4DDemo_D3D9::ReadPostTarget(std::string* rgba) {
+    Device& d = *d_;
+    if (!HasDevice() || !d.postSurface) return false;
+    return ReadSurface(d.postSurface, rgba);
+}
+
+bool cLm4DDemo_D3D9::ReadSurface(IDirect3DSurface9* surface, std::string* rgba) {
+    Device& d = *d_;
     d.EndScene();
     D3DSURFACE_DESC desc{};
-    d.backBuffer->GetDesc(&desc);
+    surface->GetDesc(&desc);
     if ((desc.Format != D3DFMT_X8R8G8B8 && desc.Format != D3DFMT_A8R8G8B8) ||
         desc.Width != static_cast<UINT>(d.width) || desc.Height != static_cast<UINT>(d.height))
         return false;
@@ -705,7 +744,7 @@ bool cLm4DDemo_D3D9::ReadBackBuffer(std::string* rgba) {
     if (FAILED(d.device->CreateOffscreenPlainSurface(desc.Width, desc.Height, desc.Format, D3DPOOL_SYSTEMMEM, &copy,
                                                      nullptr)))
         return false;
-    bool ok = d.Check(d.device->GetRenderTargetData(d.backBuffer, copy), "GetRenderTargetData");
+    bool ok = d.Check(d.device->GetRenderTargetData(surface, copy), "GetRenderTargetData");
     D3DLOCKED_RECT rect{};
     ok = ok && SUCCEEDED(copy->LockRect(&rect, nullptr, D3DLOCK_READONLY));
     if (ok) {

@@ -34,11 +34,15 @@ protected:
     void ClearBackBuffer(const float rgba[4]) override;
     void PresentBackBuffer() override;
     bool ReadBackBuffer(std::string* rgba) override;
+    bool ReadPostTarget(std::string* rgba) override;
     platform::FenceOps* FrameFences() override;
     const char* ImagePrefix() const override { return "D3D9"; }
     const char* InitLine() const override { return "Direct3D 9 context init ok."; }
 
 private:
+    // A render-target surface of the view's size as RGBA (ends the scene).
+    bool ReadSurface(struct IDirect3DSurface9* surface, std::string* rgba);
+
     struct Device;
     std::unique_ptr<Device> d_;
 };

@@ -89,8 +89,10 @@ struct D3D10Api {
 
     static fur_d3d::PassTable Passes() { return fur_d3d::TechniquePasses(); }
 
-    static HRESULT Create(DXGI_SWAP_CHAIN_DESC* sc, IDXGISwapChain** swapChain, Device** device, Context** context) {
-        HRESULT hr = D3D10CreateDeviceAndSwapChain(nullptr, D3D10_DRIVER_TYPE_HARDWARE, nullptr, 0, D3D10_SDK_VERSION,
+    // On `adapter`, or on the default one when it is null.
+    static HRESULT Create(IDXGIAdapter* adapter, DXGI_SWAP_CHAIN_DESC* sc, IDXGISwapChain** swapChain, Device** device,
+                          Context** context) {
+        HRESULT hr = D3D10CreateDeviceAndSwapChain(adapter, D3D10_DRIVER_TYPE_HARDWARE, nullptr, 0, D3D10_SDK_VERSION,
                                                    sc, swapChain, device);
         if (SUCCEEDED(hr)) {
             // A reference of its own, so that the shared code releases the
@@ -163,11 +165,15 @@ struct D3D11Api {
 
     static fur_d3d::PassTable Passes() { return fur_d3d::EntryPointPasses(); }
 
-    static HRESULT Create(DXGI_SWAP_CHAIN_DESC* sc, IDXGISwapChain** swapChain, Device** device, Context** context) {
+    // On `adapter`, or on the default one when it is null (an explicit
+    // adapter takes the driver type "unknown").
+    static HRESULT Create(IDXGIAdapter* adapter, DXGI_SWAP_CHAIN_DESC* sc, IDXGISwapChain** swapChain, Device** device,
+                          Context** context) {
         const D3D_FEATURE_LEVEL levels[] = {D3D_FEATURE_LEVEL_11_0, D3D_FEATURE_LEVEL_10_1, D3D_FEATURE_LEVEL_10_0};
         D3D_FEATURE_LEVEL got{};
-        return D3D11CreateDeviceAndSwapChain(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, levels, 3, D3D11_SDK_VERSION,
-                                             sc, swapChain, device, &got, context);
+        return D3D11CreateDeviceAndSwapChain(adapter, adapter ? D3D_DRIVER_TYPE_UNKNOWN : D3D_DRIVER_TYPE_HARDWARE,
+                                             nullptr, 0, levels, 3, D3D11_SDK_VERSION, sc, swapChain, device, &got,
+                                             context);
     }
     static HRESULT CreateShader(Device* device, const std::vector<unsigned char>& code, VertexShader** out) {
         return device->CreateVertexShader(code.data(), code.size(), nullptr, out);

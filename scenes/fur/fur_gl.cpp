@@ -1,5 +1,6 @@
 #include "scenes/fur/fur_gl.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -7,6 +8,7 @@
 #include "core/event_log.h"
 #include "core/settings.h"
 #include "platform/compiler.h"
+#include "platform/gpu_choice.h"
 #include "render/gl_shader.h"
 #include "runner/run_facts.h"
 #include "runner/run_stats.h"
@@ -53,6 +55,27 @@ GLuint Upload(const Image& image, bool mipmapped, float anisotropy, bool repeat)
     if (image.empty()) return 0;
     const Image flipped = FlippedRows(image);
     return UploadTexture(flipped.rgba.data(), image.width, image.height, mipmapped, anisotropy, repeat);
+}
+
+// Where the run draws when a GPU was chosen: through the chosen device, or,
+// where OpenGL cannot choose, on the one it was given, and the log says so.
+void LogGpuChoice(const platform::GlContext& context) {
+    const platform::GpuChoice& gpu = platform::CurrentGpuChoice();
+    if (gpu.index <= 0) return;
+    const std::string device = context.ChosenDevice();
+    if (!device.empty()) {
+        gEventLog.Write("OpenGL: drawing on GPU %d (%s) through %s.", gpu.index, gpu.name.c_str(), device.c_str());
+        return;
+    }
+#if defined(_WIN32)
+    gEventLog.Write("OpenGL: /gpu=%d not applied: OpenGL on Windows draws on the GPU the driver chose (no GPU affinity "
+                    "extension is used).",
+                    gpu.index);
+#else
+    gEventLog.Write("OpenGL: /gpu=%d not applied: OpenGL in a window draws on the GPU the display server chose (run "
+                    "with /headless to choose).",
+                    gpu.index);
+#endif
 }
 
 }  // namespace
@@ -104,9 +127,12 @@ bool cLm4DDemo_GL::Init(const RenderTarget& target, int width, int height) {
         gEventLog.Write("OpenGL: missing entry points: %s", missing);
         return false;
     }
+    glMajor_ = major;
+    glMinor_ = minor;
     gEventLog.Write("OpenGL version: %s", GlText(gl::VERSION));
     gEventLog.Write("OpenGL vendor: %s", GlText(gl::VENDOR));
     gEventLog.Write("OpenGL renderer: %s", GlText(gl::RENDERER));
+    LogGpuChoice(*context_);
     renderer_text = GlText(gl::RENDERER);
     anisotropic_ = !IsSoftwareRasterizer(renderer_text);
     if (!anisotropic_) gEventLog.Write("Anisotropic filtering is off on a software rasterizer.");
@@ -237,9 +263,150 @@ bool cLm4DDemo_GL::CreatePostTarget() {
     return ok && blurProgram_ != 0;
 }
 
+bool cLm4DDemo_GL::CreateCheckTarget() {
+    const int side = std::max(width_, height_);
+    const double scale = side > kCheckFrameSide ? static_cast<double>(kCheckFrameSide) / side : 1.0;
+    checkWidth_ = std::max(1, static_cast<int>(width_ * scale));
+    checkHeight_ = std::max(1, static_cast<int>(height_ * scale));
+    gl::GenRenderbuffers(1, &checkColor_);
+    gl::BindRenderbuffer(gl::RENDERBUFFER, checkColor_);
+    gl::RenderbufferStorage(gl::RENDERBUFFER, gl::RGBA8, checkWidth_, checkHeight_);
+    gl::GenRenderbuffers(1, &checkDepth_);
+    gl::BindRenderbuffer(gl::RENDERBUFFER, checkDepth_);
+    gl::RenderbufferStorage(gl::RENDERBUFFER, gl::DEPTH24_STENCIL8, checkWidth_, checkHeight_);
+    gl::GenFramebuffers(1, &checkFbo_);
+    gl::BindFramebuffer(gl::FRAMEBUFFER, checkFbo_);
+    gl::FramebufferRenderbuffer(gl::FRAMEBUFFER, gl::COLOR_ATTACHMENT0, gl::RENDERBUFFER, checkColor_);
+    gl::FramebufferRenderbuffer(gl::FRAMEBUFFER, gl::DEPTH_STENCIL_ATTACHMENT, gl::RENDERBUFFER, checkDepth_);
+    const bool ok = gl::CheckFramebufferStatus(gl::FRAMEBUFFER) == gl::FRAMEBUFFER_COMPLETE;
+    gl::BindFramebuffer(gl::FRAMEBUFFER, context_->DefaultFramebuffer());
+    if (!ok) FreeCheckTarget();
+    return ok;
+}
+
+void cLm4DDemo_GL::FreeCheckTarget() {
+    if (checkFbo_) gl::DeleteFramebuffers(1, &checkFbo_);
+    if (checkColor_) gl::DeleteRenderbuffers(1, &checkColor_);
+    if (checkDepth_) gl::DeleteRenderbuffers(1, &checkDepth_);
+    checkFbo_ = checkColor_ = checkDepth_ = 0;
+}
+
+bool cLm4DDemo_GL::DrawCheckFrame(CheckFrame* out) {
+    // The benchmark object's stages are no fixed state; it checks its own way.
+    if (!context_ || amark_mode || !furProgram_) return false;
+    if (!checkFbo_ && !CreateCheckTarget()) return false;
+    const float elapsed = elapsed_;
+    const int binds = lastBinds_;
+    elapsed_ = kCheckAnimationSeconds;
+    drawingCheck_ = true;
+    gl::BindFramebuffer(gl::FRAMEBUFFER, checkFbo_);
+    gl::Viewport(0, 0, checkWidth_, checkHeight_);
+    gl::ClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+    gl::ClearDepth(1.0);
+    gl::Enable(gl::DEPTH_TEST);
+    gl::Clear(gl::COLOR_BUFFER_BIT | gl::DEPTH_BUFFER_BIT);
+    DrawFurBackground();
+    DrawFurryObject();
+    std::vector<uint8_t> pixels(static_cast<size_t>(checkWidth_) * checkHeight_ * 4);
+    gl::PixelStorei(gl::PACK_ALIGNMENT, 1);
+    gl::ReadPixels(0, 0, checkWidth_, checkHeight_, gl::RGBA, gl::UNSIGNED_BYTE, pixels.data());
+    gl::BindFramebuffer(gl::FRAMEBUFFER, context_->DefaultFramebuffer());
+    gl::Viewport(0, 0, width_, height_);
+    drawingCheck_ = false;
+    elapsed_ = elapsed;
+    lastBinds_ = binds;
+    // Top row first, as every read-back of this program.
+    const size_t row = static_cast<size_t>(checkWidth_) * 4;
+    out->width = checkWidth_;
+    out->height = checkHeight_;
+    out->rgba.resize(pixels.size());
+    for (int y = 0; y < checkHeight_; ++y)
+        std::memcpy(&out->rgba[static_cast<size_t>(y) * row], &pixels[static_cast<size_t>(checkHeight_ - 1 - y) * row], row);
+    return true;
+}
+
+namespace {
+
+// ComputeCheckValue of the runner, index by index, in the shading language.
+const char* const kComputeCheckSource =
+    "#version 430\n"
+    "layout(local_size_x = 64) in;\n"
+    "layout(std430, binding = 0) buffer Values { uint v[]; };\n"
+    "void main() {\n"
+    "    uint x = gl_GlobalInvocationID.x * 2654435761u + 1u;\n"
+    "    for (int k = 0; k < ROUNDS; ++k) {\n"
+    "        x ^= x << 13;\n"
+    "        x ^= x >> 17;\n"
+    "        x ^= x << 5;\n"
+    "        x = x * 1664525u + 1013904223u;\n"
+    "    }\n"
+    "    v[gl_GlobalInvocationID.x] = x;\n"
+    "}\n";
+constexpr GLenum kDynamicCopy = 0x88EA;
+
+}  // namespace
+
+bool cLm4DDemo_GL::SetUpComputeCheck() {
+    if (glMajor_ * 10 + glMinor_ < 43 || !compute_.Load(platform::CurrentGlProcAddress).empty()) return false;
+    std::string source = kComputeCheckSource;
+    source.replace(source.find("ROUNDS"), 6, std::to_string(kComputeRounds));
+    const char* text = source.c_str();
+    GLuint shader = compute_.CreateShader(gl::COMPUTE_SHADER);
+    compute_.ShaderSource(shader, 1, &text, nullptr);
+    compute_.CompileShader(shader);
+    GLint ok = 0;
+    compute_.GetShaderiv(shader, gl::COMPILE_STATUS, &ok);
+    if (ok) {
+        computeProgram_ = compute_.CreateProgram();
+        compute_.AttachShader(computeProgram_, shader);
+        compute_.LinkProgram(computeProgram_);
+        compute_.GetProgramiv(computeProgram_, gl::LINK_STATUS, &ok);
+    }
+    compute_.DeleteShader(shader);
+    if (!ok) {
+        gEventLog.Write("Verification: the compute check's program did not build; no compute check.");
+        if (computeProgram_) compute_.DeleteProgram(computeProgram_);
+        computeProgram_ = 0;
+        return false;
+    }
+    compute_.GenBuffers(1, &computeBuffer_);
+    compute_.BindBuffer(gl::SHADER_STORAGE_BUFFER, computeBuffer_);
+    compute_.BufferData(gl::SHADER_STORAGE_BUFFER, kComputeValues * sizeof(uint32_t), nullptr, kDynamicCopy);
+    compute_.BindBuffer(gl::SHADER_STORAGE_BUFFER, 0);
+    computeExpected_.resize(kComputeValues);
+    for (int i = 0; i < kComputeValues; ++i) computeExpected_[static_cast<size_t>(i)] = ComputeCheckValue(static_cast<uint32_t>(i));
+    return true;
+}
+
+int cLm4DDemo_GL::RunComputeCheck() {
+    if (!context_ || amark_mode) return -1;
+    if (computeState_ == 0) computeState_ = SetUpComputeCheck() ? 1 : -1;
+    if (computeState_ < 0) return -1;
+    // Cleared first: results left from the last check must not pass for this one's.
+    std::vector<uint32_t> got(kComputeValues, 0u);
+    compute_.BindBuffer(gl::SHADER_STORAGE_BUFFER, computeBuffer_);
+    compute_.BufferSubData(gl::SHADER_STORAGE_BUFFER, 0, kComputeValues * sizeof(uint32_t), got.data());
+    compute_.UseProgram(computeProgram_);
+    compute_.BindBufferBase(gl::SHADER_STORAGE_BUFFER, 0, computeBuffer_);
+    compute_.DispatchCompute(kComputeValues / 64, 1, 1);
+    compute_.MemoryBarrier(gl::BUFFER_UPDATE_BARRIER_BIT);
+    compute_.GetBufferSubData(gl::SHADER_STORAGE_BUFFER, 0, kComputeValues * sizeof(uint32_t), got.data());
+    compute_.BindBufferBase(gl::SHADER_STORAGE_BUFFER, 0, 0);
+    compute_.BindBuffer(gl::SHADER_STORAGE_BUFFER, 0);
+    compute_.UseProgram(0);
+    int wrong = 0;
+    for (int i = 0; i < kComputeValues; ++i) wrong += got[static_cast<size_t>(i)] != computeExpected_[static_cast<size_t>(i)];
+    return wrong;
+}
+
 void cLm4DDemo_GL::Terminate() {
     CloseTemperatureLog();
     if (!context_) return;
+    if (computeProgram_) compute_.DeleteProgram(computeProgram_);
+    if (computeBuffer_) compute_.DeleteBuffers(1, &computeBuffer_);
+    computeProgram_ = computeBuffer_ = 0;
+    computeState_ = 0;
+    FreeCheckTarget();
     ReleaseDotTextures();
     for (GLuint* p : {&bgProgram_, &skinProgram_, &furProgram_, &blurProgram_, &flatProgram_, &textProgram_, &texturedProgram_}) {
         if (*p) gl::DeleteProgram(*p);
@@ -419,7 +586,7 @@ void cLm4DDemo_GL::DrawFurBackground() {
 
 void cLm4DDemo_GL::DrawFurryObject() {
     lastBinds_ = 0;
-    if (!render_furry_object || !furProgram_) return;
+    if ((!render_furry_object && !drawingCheck_) || !furProgram_) return;
 
     const m3d::Mat4 model = ModelMatrix();
     if (!dialect_.core) {
@@ -632,6 +799,8 @@ void cLm4DDemo_GL::DrawHud() {
     for (const HudText& t : hud.gpuText) DrawText(t.x, t.y, t.color, t.text.c_str());
     smallText_ = false;
     for (const TextLine& l : hud.textBlock) DrawText(l.x, l.y, l.color, l.text.c_str());
+    if (!hud.checkLine.text.empty())
+        DrawText(hud.checkLine.x, hud.checkLine.y, hud.checkLine.color, hud.checkLine.text.c_str());
     DrawOverlayExtras();
     EndOverlay();
     if (multisampled) gl::Enable(gl::MULTISAMPLE);

@@ -32,6 +32,8 @@ public:
     void DrawText(int x, int y, const Color4& color, const char* text) override;
     void DrawQuad(int x, int y, int w, int h, const Color4& color, unsigned short stipple = 0xFFFF) override;
     bool ReadBackFrame(std::string* rgba, int* width, int* height) override;
+    bool DrawCheckFrame(CheckFrame* out) override;
+    int RunComputeCheck() override;
 
     // How many dot-texture binds the last frame made (a texture changes only
     // when the shell's index does).
@@ -82,6 +84,8 @@ private:
     void DrawLines(const std::vector<float>& xy, GLenum mode, const float* color);
     void SetSurfaceUniforms(GLuint program, const m3d::Mat4& model);
     bool CreatePostTarget();
+    bool CreateCheckTarget();
+    void FreeCheckTarget();
 
     std::unique_ptr<platform::GlContext> context_;
     Dialect dialect_{};
@@ -100,6 +104,19 @@ private:
     bool postActive_ = false;
     int lastBinds_ = 0;
     bool smallText_ = false;  // DrawText uses the small face for the panels
+    // The check frame's own target: single-sampled, the view's shape at most
+    // 256 pixels a side.
+    GLuint checkFbo_ = 0, checkColor_ = 0, checkDepth_ = 0;
+    int checkWidth_ = 0, checkHeight_ = 0;
+    bool drawingCheck_ = false;  // the furry object is drawn even when hidden
+    // The compute check's program and buffer (OpenGL 4.3 contexts); state 0
+    // untried, 1 ready, -1 not available.
+    bool SetUpComputeCheck();
+    gl::ComputeApi compute_;
+    int computeState_ = 0;
+    GLuint computeProgram_ = 0, computeBuffer_ = 0;
+    std::vector<uint32_t> computeExpected_;
+    int glMajor_ = 0, glMinor_ = 0;
 };
 
 class cLm4DDemo_OpenGL_2 : public cLm4DDemo_GL {

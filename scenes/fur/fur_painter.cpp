@@ -192,6 +192,26 @@ void FurPainter::PendingCustomImages() {
     }
 }
 
+bool FurPainter::DrawCheckFrame(CheckFrame* out) {
+    if (!HasDevice() || !postActive_ || amark_mode) return false;
+    const float elapsed = elapsed_;
+    const int binds = lastBinds_;
+    elapsed_ = kCheckAnimationSeconds;
+    drawingCheck_ = true;
+    BeginScene(true);
+    DrawScene();
+    std::string rgba;
+    const bool ok = ReadPostTarget(&rgba);
+    drawingCheck_ = false;
+    elapsed_ = elapsed;
+    lastBinds_ = binds;
+    if (!ok || rgba.size() != static_cast<size_t>(width_) * height_ * 4) return false;
+    out->width = width_;
+    out->height = height_;
+    out->rgba.assign(rgba.begin(), rgba.end());
+    return true;
+}
+
 void FurPainter::DrawScene() {
     if (bgTexture_) {
         // Over the whole view, the picture's top at the top.
@@ -202,7 +222,7 @@ void FurPainter::DrawScene() {
         DrawPixels({0, 0, 0, 1, w, 0, 1, 1, w, h, 1, 0, 0, 0, 0, 1, w, h, 1, 0, 0, h, 0, 0}, PaintPrimitive::kTriangles);
     }
     lastBinds_ = 0;
-    if (!render_furry_object) return;
+    if (!render_furry_object && !drawingCheck_) return;
 
     SurfaceConstants c;
     c.world = ModelMatrix();
@@ -362,6 +382,8 @@ void FurPainter::DrawHud() {
     for (const HudText& t : hud.gpuText) DrawText(t.x, t.y, t.color, t.text.c_str());
     smallText_ = false;
     for (const TextLine& l : hud.textBlock) DrawText(l.x, l.y, l.color, l.text.c_str());
+    if (!hud.checkLine.text.empty())
+        DrawText(hud.checkLine.x, hud.checkLine.y, hud.checkLine.color, hud.checkLine.text.c_str());
     EndOverlay();
 }
 

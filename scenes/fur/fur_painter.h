@@ -83,6 +83,9 @@ public:
     void DrawText(int x, int y, const Color4& color, const char* text) override;
     void DrawQuad(int x, int y, int w, int h, const Color4& color, unsigned short stipple = 0xFFFF) override;
     bool ReadBackFrame(std::string* rgba, int* width, int* height) override;
+    // The check frame is drawn into the post effect's target, so a device
+    // without one draws none.
+    bool DrawCheckFrame(CheckFrame* out) override;
 
     int LastFrameBinds() const { return lastBinds_; }
 
@@ -127,6 +130,9 @@ protected:
     virtual platform::FenceOps* FrameFences() { return nullptr; }
     // The back buffer as RGBA, top row first, before it is presented.
     virtual bool ReadBackBuffer(std::string* rgba) = 0;
+    // The post effect's target as RGBA, top row first, once the scene was
+    // drawn into it.
+    virtual bool ReadPostTarget(std::string* rgba) = 0;
     // "D3D9", "D3D10", "D3D11": the prefix of the custom image messages.
     virtual const char* ImagePrefix() const = 0;
     // Logged once the whole set-up has worked.
@@ -153,5 +159,6 @@ private:
     bool postActive_ = false;
     bool smallText_ = false;
     int lastBinds_ = 0;
+    bool drawingCheck_ = false;  // the furry object is drawn even when hidden
     platform::FramePipeline pipeline_;
 };

@@ -224,6 +224,10 @@ extern const float kFurMaterialDiffuse[4];
 constexpr float kSkinShadeScale = 0.35f;    // the skin is drawn darker than the hairs
 constexpr float kFurUvScaleAtCreation = 2.1f;
 constexpr float kFurUvScale = 1.0f;         // set every frame
+// The check frames of error detection: the scene at this animation time, in
+// a target of the view's shape at most this many pixels a side.
+constexpr float kCheckAnimationSeconds = 1.0f;
+constexpr int kCheckFrameSide = 256;
 constexpr float kDotTexCoordScale = 2.0f;   // the dot texture repeats twice as often
 constexpr int kHairFadePower = 5;
 

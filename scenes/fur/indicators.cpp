@@ -5,6 +5,7 @@
 
 #include "platform/compiler.h"
 #include "platform/str_format.h"
+#include "runner/frame_verify.h"
 #include "runner/run_stats.h"
 
 namespace {
@@ -48,7 +49,10 @@ void AddLabels(const HudInput& in, const MeterLayout& m, bool temperature, HudFr
                             : temperature ? StrFormat("%d\xB0" "C", static_cast<int>(in.gpus[i].temperature))
                                           : StrFormat("%d%%", static_cast<int>(in.gpus[i].load));
         out->labels.push_back({m.x + 2 + step, m.y - 20, kWhite, value});
-        out->labels.push_back({m.x - 2 + step, m.height + 5 + m.y, kWhite, StrFormat("GPU%d", static_cast<int>(i))});
+        // The GPU the run draws on is marked, so its bars are told apart.
+        const bool underTest = static_cast<int>(i) == in.gpuUnderTest;
+        out->labels.push_back({m.x - 2 + step, m.height + 5 + m.y, underTest ? kYellow : kWhite,
+                               StrFormat(underTest ? "GPU%d*" : "GPU%d", static_cast<int>(i))});
     }
 }
 
@@ -62,7 +66,8 @@ void AddPanelText(const HudInput& in, HudFrame* out) {
             out->gpuText.push_back({x, top + y, c, text});
             y += 10;
         };
-        line(kPanelYellow, StrFormat("GPU%d", static_cast<int>(i) + 1));
+        line(kPanelYellow, StrFormat(static_cast<int>(i) == in.gpuUnderTest ? "GPU%d - UNDER TEST" : "GPU%d",
+                                     static_cast<int>(i) + 1));
         if (!g.name.empty()) line(kWhite, g.name);
         if (g.powerAvailable)
             line(g.powerPercent < 100.0f ? kGreen : kRed, StrFormat("POWER: %d %% TPD", static_cast<int>(g.powerPercent)));
@@ -112,6 +117,10 @@ HudFrame BuildHud(const HudInput& in) {
         if (in.gpuMonitor && !in.benchmark) AddPanelText(in, &out);
     }
     if (in.generalIndicators) out.textBlock = BuildTextBlock(in.textBlock);
+    if (in.generalIndicators && in.checksActive) {
+        out.checkLine = {10, in.viewHeight - 25, in.checkErrors > 0 ? kRed : kGreen,
+                         StrFormat("Verification: %u checks, %u errors", in.checks, in.checkErrors)};
+    }
     return out;
 }
 
@@ -135,5 +144,9 @@ HudInput CurrentHudInput(const cLm4DDemo& demo, int viewWidth, int viewHeight, c
     in.thermometer = o.gpu_temp_graph;
     in.thermometer.shown = AtomicLoad(o.gpu_temp_graph.shown);
     in.textBlock = CurrentTextBlockInput(demo, viewWidth, adapterText);
+    in.gpuUnderTest = gRunExtras.gpuIndex - 1;
+    in.checksActive = gCheckCounters.active;
+    in.checks = gCheckCounters.checks;
+    in.checkErrors = gCheckCounters.errors;
     return in;
 }

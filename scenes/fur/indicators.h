@@ -53,6 +53,11 @@ struct HudInput {
     GraphDescriptor loadMeter{};    // x, y offset, height fraction, label step; shown (F5)
     GraphDescriptor thermometer{};  // x, y offset, height fraction, bar step; shown (F6)
     TextBlockInput textBlock;
+    // The GPU the run was asked to draw on (0-based; -1 when none was chosen).
+    int gpuUnderTest = -1;
+    // The picture checks of error detection, when the run has them.
+    bool checksActive = false;
+    unsigned checks = 0, checkErrors = 0;
 };
 
 struct HudFrame {
@@ -63,6 +68,8 @@ struct HudFrame {
     std::vector<HudText> labels;    // meter titles, values, GPU numbers (normal font)
     std::vector<HudText> gpuText;   // panel lines (small font)
     std::vector<TextLine> textBlock;
+    // The picture checks' line at the bottom left (empty text when none).
+    HudText checkLine{0, 0, Color4{1, 1, 1, 1}, ""};
 };
 
 HudFrame BuildHud(const HudInput& in);

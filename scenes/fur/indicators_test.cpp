@@ -188,3 +188,53 @@ TEST(Indicators, SwitchesAndMissingSnapshot) {
 }
 
 }  // namespace
+
+namespace {
+
+std::vector<std::string> Texts(const std::vector<HudText>& texts) {
+    std::vector<std::string> out;
+    for (const HudText& t : texts) out.push_back(t.text);
+    return out;
+}
+
+int Count(const std::vector<std::string>& texts, const std::string& text) {
+    int n = 0;
+    for (const std::string& t : texts) n += t == text;
+    return n;
+}
+
+}  // namespace
+
+TEST(Indicators, GpuUnderTestIsMarkedOnMetersAndPanel) {
+    HudInput in = Base();
+    in.gpuMonitor = true;
+    HudFrame f = BuildHud(in);
+    EXPECT_EQ(Count(Texts(f.labels), "GPU1*"), 0);
+    EXPECT_EQ(Count(Texts(f.gpuText), "GPU2 - UNDER TEST"), 0);
+    in.gpuUnderTest = 1;
+    f = BuildHud(in);
+    const std::vector<std::string> labels = Texts(f.labels);
+    EXPECT_EQ(Count(labels, "GPU1*"), 2);  // under the load meter and the thermometer
+    EXPECT_EQ(Count(labels, "GPU0"), 2);
+    EXPECT_EQ(Count(Texts(f.gpuText), "GPU2 - UNDER TEST"), 1);
+    EXPECT_EQ(Count(Texts(f.gpuText), "GPU1"), 1);
+}
+
+TEST(Indicators, CheckLineOnlyWithChecksAndRedOnceOneFailed) {
+    HudInput in = Base();
+    EXPECT_TRUE(BuildHud(in).checkLine.text.empty());
+    in.checksActive = true;
+    in.checks = 12;
+    HudFrame f = BuildHud(in);
+    EXPECT_EQ(f.checkLine.text, "Verification: 12 checks, 0 errors");
+    EXPECT_EQ(f.checkLine.x, 10);
+    EXPECT_EQ(f.checkLine.y, 720 - 25);
+    EXPECT_TRUE(Same(f.checkLine.color, Color4{0, 1, 0, 1}));
+    in.checkErrors = 1;
+    f = BuildHud(in);
+    EXPECT_EQ(f.checkLine.text, "Verification: 12 checks, 1 errors");
+    EXPECT_TRUE(Same(f.checkLine.color, Color4{1, 0, 0, 1}));
+    // Hidden with the other texts.
+    in.generalIndicators = false;
+    EXPECT_TRUE(BuildHud(in).checkLine.text.empty());
+}
