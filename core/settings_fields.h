@@ -284,5 +284,7 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     X(float,       amarkStageSeconds, "/amark_stage_seconds=", -1.0f, Help("SECONDS", "meant for tests only: every OpenGL 4 benchmark stage lasts SECONDS instead of its planned 20 or 50 s (scores are then not comparable)")) \
     X(std::string, resultsJsonPath, "/results_json=",   "",    Help("PATH", "write the run's result (frames, FPS, frame times, sensors, errors) as JSON to PATH")) \
     X(bool,        listGpus,        "/list_gpus",       false, Help("", "list the GPUs, how each is read and its current sensor readings on standard output, then exit")) \
-    X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)"))
+    X(std::string, launcherStatePath, "/launcher_state=", "",  Help("PATH", "launcher: keep PATH up to date with its tab, fields and widget positions (for tests and bug reports)")) \
+    X(float,       glappLoad,       "/glapp_load=",     -1.0f, Help("N", "GL test applications: the load to start with (tessellation level; vertices per side of the wavy plane; particles of the fractal flame); default: the test's own")) \
+    X(bool,        glappPanel,      "/glapp_panel",     false, Help("", "GL test applications: show the parameter panel (F2) from the first frame"))
 // clang-format on
