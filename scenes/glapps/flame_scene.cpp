@@ -25,7 +25,7 @@ constexpr GLenum kTransformFeedbackBuffer = 0x8C8E, kInterleavedAttribs = 0x8C8C
 
 // State: position (xy), colour coordinate, and a per-particle random seed.
 const char* const kIterateVertex =
-    "#version 150\n"
+    "#version 330\n"
     "in vec4 In_State; out vec4 Out_State;\n"
     "uniform float time; uniform uint frame; uniform int iterations;\n"
     "uint hash(uint x) { x ^= x >> 16; x *= 0x7feb352du; x ^= x >> 15; x *= 0x846ca68bu; x ^= x >> 16; return x; }\n"
@@ -57,7 +57,7 @@ const char* const kIterateVertex =
     "}\n";
 
 const char* const kSplatVertex =
-    "#version 150\n"
+    "#version 330\n"
     "in vec4 In_State; out vec3 color; uniform vec2 scale; uniform float pointSize;\n"
     "void main() {\n"
     "  vec3 a = vec3(1.0, 0.35, 0.05), b = vec3(0.25, 0.45, 1.0), m = vec3(1.0, 0.95, 0.6);\n"
@@ -66,7 +66,7 @@ const char* const kSplatVertex =
     "  gl_PointSize = pointSize;\n"
     "}\n";
 const char* const kSplatFragment =
-    "#version 150\n"
+    "#version 330\n"
     "in vec3 color; out vec4 fragColor;\n"
     "void main() {\n"
     "  vec2 d = gl_PointCoord * 2.0 - 1.0; float w = max(0.0, 1.0 - dot(d, d));\n"
@@ -76,12 +76,12 @@ const char* const kSplatFragment =
 // Log-density tone mapping: brightness follows log(1 + density), colour is
 // the density-weighted average colour, with a gamma.
 const char* const kToneVertex =
-    "#version 150\n"
+    "#version 330\n"
     "out vec2 uv;\n"
     "void main() { vec2 p = vec2(gl_VertexID == 1 ? 3.0 : -1.0, gl_VertexID == 2 ? 3.0 : -1.0);\n"
     "  uv = p * 0.5 + 0.5; gl_Position = vec4(p, 0.0, 1.0); }\n";
 const char* const kToneFragment =
-    "#version 150\n"
+    "#version 330\n"
     "in vec2 uv; out vec4 fragColor; uniform sampler2D density; uniform float logScale; uniform float gamma;\n"
     "void main() {\n"
     "  vec4 d = texture(density, uv);\n"

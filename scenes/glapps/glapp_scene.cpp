@@ -214,8 +214,8 @@ void GlAppScene::DrawPanel() {
     io.DeltaTime = std::max(frame_seconds, 0.001f);
     ImGui_ImplOpenGL3_NewFrame();
     ImGui::NewFrame();
-    ImGui::SetNextWindowPos(ImVec2(static_cast<float>(ViewWidth()) - 290.0f, 30.0f), ImGuiCond_Always);
-    ImGui::SetNextWindowSize(ImVec2(280.0f, 0.0f), ImGuiCond_Always);
+    ImGui::SetNextWindowPos(ImVec2(static_cast<float>(ViewWidth()) - 240.0f, 30.0f), ImGuiCond_Always);
+    ImGui::SetNextWindowSize(ImVec2(230.0f, 0.0f), ImGuiCond_Always);
     ImGui::SetNextWindowBgAlpha(0.75f);
     ImGui::Begin("Parameters", nullptr, ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoCollapse);
     ImGui::TextDisabled("Up/Down: choose, Left/Right: change");

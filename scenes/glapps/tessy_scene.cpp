@@ -218,7 +218,7 @@ void TessyScene::DrawApp() {
     const m3d::Vec3 eye{std::sin(orbit) * dist, withPlane_ ? 4.5f : 1.8f, std::cos(orbit) * dist};
     const m3d::Vec3 at{0.0f, withPlane_ ? 0.5f : 1.2f, 0.0f};
     const m3d::Mat4 viewProj = m3d::Perspective(50.0f, aspect, 0.1f, 100.0f) * m3d::LookAt(eye, at, {0, 1, 0});
-    const m3d::Vec3 light = m3d::Normalize(m3d::Vec3{-0.5f, -1.0f, -0.35f});
+    const m3d::Vec3 light = m3d::Normalize(m3d::Vec3{-0.8f, -0.55f, -0.35f});
     const float level = Value(*level_);
     const auto params = Params();
     const float ripple = Value(*params[3]);
