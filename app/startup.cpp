@@ -109,7 +109,12 @@ void StartDirectly() {
             return;
         }
         gEventLog.Write("Test application selected: %s (%d).", app->displayName, app->id);
-        if (RunParameters.run_mode == 1) ForceBenchmarkMode(StartupOptions, RunParameters);
+        if (RunParameters.run_mode == 1) {
+            ForceBenchmarkMode(StartupOptions, RunParameters);
+            gEventLog.Write("Test application benchmark: %s, %u ms (settings: %s, %u ms).",
+                            RunParameters.time_based ? "time-based" : "frame-based", RunParameters.max_time,
+                            StartupOptions.time_based_benchmark ? "time-based" : "frame-based", StartupOptions.max_time);
+        }
         BeginRunReport();
         if (!app->StartRenderThread(headless ? DisplayKind::Headless : DisplayKind::Window, RunServices())) {
             TellCouldNotStart("The 3D window could not be created: no test was started.");

@@ -1,0 +1,161 @@
+"""The GL test applications as a user sees them: each started directly,
+headless and small, stopped after a few seconds like a user stops a
+stability test; the event log's start and end, the frames counted in the
+result line, and the last frame's picture checked for what the test draws."""
+import os
+import re
+import signal
+import time
+import unittest
+
+from ardtest import E2ETest, count_pixels, read_png
+
+W, H = 320, 180
+SCENE_ONLY = ["/render_general_indicators=0", "/render_vxa_logo=0", "/render_a_logo=0"]
+# The middle of the view: no text, no logos, no load line.
+CENTRE = (W // 4, H // 6, 3 * W // 4, 3 * H // 4)
+NAMES = {2002: "Wavy Plane (GL2)", 2101: "Fractal Flame (GL3)", 2201: "GF OC Test (GL4)",
+         2202: "Tessy Spheres on Plane (GL4)", 2203: "Tessy Spheres on Plane v2 (GL4)",
+         2204: "Furry and Tessy Test (GL4)"}
+
+
+def brightness(p):
+    return (p[0] + p[1] + p[2]) // 3
+
+
+def pixels(rows, box):
+    x0, y0, x1, y1 = box
+    return [rows[y][x] for y in range(y0, y1) for x in range(x0, x1)]
+
+
+class GlApps(E2ETest):
+    def run_app(self, test, load, *args, seconds=3.0):
+        """Runs a test application until it has drawn for a while, then
+        stops it with SIGTERM; returns (messages, stdout, picture rows)."""
+        inst = self.install()
+        proc = inst.start("/display_gui=0", "/run_mode=0", "/test3d=%d" % test, "/width=%d" % W, "/height=%d" % H,
+                          "/headless", "/glapp_load=%s" % load, "/screenshot=shot.png", *SCENE_ONLY, *args)
+        name = NAMES[test]
+        self.wait_message(inst, proc, lambda m: m.startswith(name + " init ok ("), "the test's start")
+        # Frames go on for a while: at least one FPS sample, however slow.
+        deadline = time.time() + self.WAIT
+        while time.time() < deadline and proc.poll() is None:
+            time.sleep(seconds)
+            break
+        proc.send_signal(signal.SIGTERM)
+        self.assertEqual(self.wait_exit(inst, proc), 0)
+        out, err = inst.output(proc)
+        msgs = inst.messages()
+        self.assertIn("Test application selected: %s (%d)." % (name, test), msgs)
+        self.assertIn("Main render thread - demo finished - exit ok.", msgs)
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+        m = re.search(r"Result: (.*?), OpenGL (\d), %dx%d, (\d+) frames in" % (W, H), out)
+        self.assertTrue(m, out + err)
+        self.assertEqual(m.group(1), name)
+        self.assertGreater(int(m.group(3)), 0)
+        w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
+        self.assertEqual((w, h), (W, H))
+        return msgs, out, rows, int(m.group(2))
+
+    def test_wavy_plane_is_a_lit_surface_that_is_not_flat(self):
+        msgs, out, rows, api = self.run_app(2002, 96)
+        self.assertEqual(api, 2)
+        self.assertIn("Wavy Plane (GL2) init ok (96 x 96 vertices, 18050 triangles).", msgs)
+        px = pixels(rows, CENTRE)
+        blue = [p for p in px if p[2] > p[0] + 20 or brightness(p) > 150]
+        self.assertGreater(len(blue), len(px) // 2)
+        # Waves: the light falls at many angles, so the shading spreads wide;
+        # a flat plane would give one shade per height band.
+        levels = {brightness(p) // 8 for p in blue}
+        self.assertGreater(len(levels), 12, sorted(levels))
+
+    def test_fractal_flame_has_dark_ground_and_a_spread_of_brightness(self):
+        msgs, out, rows, api = self.run_app(2101, 40000)
+        self.assertEqual(api, 3)
+        self.assertIn("Fractal Flame (GL3) init ok (40000 particles).", msgs)
+        px = pixels(rows, (0, 0, W, H - 30))
+        bins = [0, 0, 0, 0]
+        for p in px:
+            bins[min(3, max(p) // 64)] += 1
+        # Log-density tone mapping: black where no particle fell, and every
+        # band from faint to bright where they did.
+        self.assertGreater(bins[0], len(px) // 5, bins)
+        for b in bins[1:]:
+            self.assertGreater(b, 30, bins)
+        warm = count_pixels(rows, (0, 0, W, H - 30), lambda r, g, b: r > b + 30)
+        self.assertGreater(warm, 100)
+
+    def test_tessellated_sphere_fills_the_middle(self):
+        msgs, out, rows, api = self.run_app(2201, 5)
+        self.assertEqual(api, 4)
+        self.assertIn("GF OC Test (GL4) init ok (tessellation level 5, 20 sphere patches).", msgs)
+        red = count_pixels(rows, CENTRE, lambda r, g, b: r > 2 * g and r > 60)
+        self.assertGreater(red, (CENTRE[2] - CENTRE[0]) * (CENTRE[3] - CENTRE[1]) // 3)
+
+    def check_spheres_on_plane(self, rows):
+        red = count_pixels(rows, (0, 0, W, H), lambda r, g, b: r > 2 * g and r > 60)
+        grey = count_pixels(rows, (0, 0, W, H), lambda r, g, b: abs(r - g) < 12 and abs(g - b) < 20 and r > 110)
+        shadow = count_pixels(rows, (0, 0, W, H), lambda r, g, b: abs(r - g) < 12 and 20 < r < 80 and b >= r)
+        self.assertGreater(red, 1500)
+        self.assertGreater(grey, 3000)
+        # The spheres' shadows darken the plane.
+        self.assertGreater(shadow, 150, (red, grey, shadow))
+
+    def test_spheres_on_a_plane_cast_soft_shadows(self):
+        msgs, out, rows, api = self.run_app(2202, 3)
+        self.assertIn("Tessy Spheres on Plane (GL4) init ok (tessellation level 3, 100 sphere patches, plane).", msgs)
+        self.check_spheres_on_plane(rows)
+
+    def test_spheres_on_a_tessellated_plane(self):
+        msgs, out, rows, api = self.run_app(2203, 3)
+        self.assertIn("Tessy Spheres on Plane v2 (GL4) init ok (tessellation level 3, 100 sphere patches, "
+                      "tessellated plane).", msgs)
+        self.check_spheres_on_plane(rows)
+
+    def test_furry_tessellated_object(self):
+        msgs, out, rows, api = self.run_app(2204, 3)
+        self.assertIn("Furry and Tessy Test (GL4) init ok (tessellation level 3, 20 patches, 16 fur shells).", msgs)
+        fur = count_pixels(rows, CENTRE, lambda r, g, b: r > g > b and r - b > 40)
+        self.assertGreater(fur, (CENTRE[2] - CENTRE[0]) * (CENTRE[3] - CENTRE[1]) // 4)
+
+    def test_parameter_panel_shown_over_the_scene(self):
+        msgs, out, rows, api = self.run_app(2201, 4, "/glapp_panel")
+        # The panel's title bar (the GUI's dark style) at the top right.
+        bar = count_pixels(rows, (W - 240, 25, W, 60), lambda r, g, b: b > r + 40 and b > 90)
+        self.assertGreater(bar, 500)
+        self.assertNotIn("parameter panel could not start.", " ".join(msgs))
+
+
+class GlAppLookup(E2ETest):
+    def test_the_triangle_starts_from_the_launcher_only(self):
+        inst = self.install()
+        r = inst.run("/display_gui=0", "/test3d=2001", "/headless", timeout=self.WAIT)
+        self.assertEqual(r.returncode, 2)
+        self.assertIn("Triangle of Death (GL2) starts from the launcher only: nothing was started.", r.stderr)
+        msgs = inst.messages()
+        self.assertFalse(any(m.startswith("Test application selected") for m in msgs))
+
+    def test_an_unknown_identifier_starts_nothing(self):
+        inst = self.install()
+        r = inst.run("/display_gui=0", "/test3d=2299", "/headless", timeout=self.WAIT)
+        self.assertEqual(r.returncode, 2)
+        self.assertIn("No test has the identifier 2299", r.stderr)
+        msgs = inst.messages()
+        self.assertFalse(any(m.startswith("Test application selected") for m in msgs))
+
+    def test_benchmark_mode_forces_a_minute_by_the_clock(self):
+        inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings time_based_benchmark="0" max_frames="5"'
+                    ' max_time="2000"/>\n</ardentium>')
+        proc = inst.start("/display_gui=0", "/run_mode=1", "/test3d=2002", "/width=%d" % W, "/height=%d" % H,
+                          "/headless", "/glapp_load=32")
+        msgs = self.wait_message(inst, proc, lambda m: m.startswith("Wavy Plane (GL2) init ok"), "the test's start")
+        self.assertIn("Test application benchmark: time-based, 60000 ms (settings: time-based, 60000 ms).", msgs)
+        proc.send_signal(signal.SIGTERM)
+        # A benchmark stopped before its end says so in its exit code.
+        self.assertEqual(self.wait_exit(inst, proc), 5)
+
+
+if __name__ == "__main__":
+    unittest.main()
