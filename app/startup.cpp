@@ -174,6 +174,7 @@ bool RunFromLauncher() {
             gEventLog.Write("No registered test application could be selected: no test was started.");
             return false;
         }
+        gEventLog.Write("Test application selected: %s (%d).", app->displayName, app->id);
         if (RunParameters.run_mode == 1) ForceBenchmarkMode(StartupOptions, RunParameters);
         BeginRunReport();
         const bool started = app->StartRenderThread(kind, RunServices());

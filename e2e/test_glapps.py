@@ -4,16 +4,28 @@ stability test; the event log's start and end, the frames counted in the
 result line, and the last frame's picture checked for what the test draws."""
 import os
 import re
+import shutil
 import signal
 import time
 import unittest
 
-from ardtest import E2ETest, count_pixels, read_png
+from ardtest import E2ETest, count_pixels, read_png, start_xvfb
+from test_launcher import read_state
 
 W, H = 320, 180
 SCENE_ONLY = ["/render_general_indicators=0", "/render_vxa_logo=0", "/render_a_logo=0"]
 # The middle of the view: no text, no logos, no load line.
 CENTRE = (W // 4, H // 6, 3 * W // 4, 3 * H // 4)
+# Where the pictures are kept for a person to look at, when set.
+SHOTS = os.environ.get("ARDENTIUM_SHOTS", "")
+
+
+def keep(path, name):
+    if SHOTS:
+        os.makedirs(SHOTS, exist_ok=True)
+        shutil.copy2(path, os.path.join(SHOTS, name))
+
+
 NAMES = {2002: "Wavy Plane (GL2)", 2101: "Fractal Flame (GL3)", 2201: "GF OC Test (GL4)",
          2202: "Tessy Spheres on Plane (GL4)", 2203: "Tessy Spheres on Plane v2 (GL4)",
          2204: "Furry and Tessy Test (GL4)"}
@@ -53,7 +65,9 @@ class GlApps(E2ETest):
         self.assertTrue(m, out + err)
         self.assertEqual(m.group(1), name)
         self.assertGreater(int(m.group(3)), 0)
-        w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
+        shot = os.path.join(inst.work_dir, "shot.png")
+        keep(shot, "glapp-%d%s.png" % (test, "-panel" if "/glapp_panel" in args else ""))
+        w, h, rows = read_png(shot)
         self.assertEqual((w, h), (W, H))
         return msgs, out, rows, int(m.group(2))
 
@@ -155,6 +169,66 @@ class GlAppLookup(E2ETest):
         proc.send_signal(signal.SIGTERM)
         # A benchmark stopped before its end says so in its exit code.
         self.assertEqual(self.wait_exit(inst, proc), 5)
+
+
+@unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xdotool"), "needs Xvfb and xdotool")
+class TriangleFromTheLauncher(E2ETest):
+    def test_the_launcher_runs_the_triangle_in_a_window(self):
+        display = start_xvfb(self)
+        inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write('<?xml version="1.0"?>\n<ardentium>\n\t<settings width="320" height="240" run_mode="0"'
+                    ' launcher_test3d="2001" render_general_indicators="0" render_vxa_logo="0"'
+                    ' render_a_logo="0"/>\n</ardentium>\n')
+        state_path = os.path.join(inst.root, "launcher-state.txt")
+        proc = inst.start("/launcher_state=" + state_path, "/screenshot=shot.png", env={"DISPLAY": display})
+        self.addCleanup(lambda: proc.poll() is None and proc.kill())
+
+        def wait_state(predicate, what):
+            deadline = time.time() + self.WAIT
+            while True:
+                state = read_state(state_path)
+                if state and predicate(state):
+                    return state
+                if proc.poll() is not None or time.time() > deadline:
+                    self.fail_run(inst, proc, "no %s; state: %r" % (what, state))
+                time.sleep(0.2)
+
+        state = wait_state(lambda s: s.get("tab") == "tests" and "widget.start" in s, "tests tab")
+        self.assertEqual(state["test3d"], "2001")
+        self.assertEqual(state["test_name"], "Triangle of Death (GL2)")
+        self.assertEqual(state["test_available"], "1")
+        # Start with the keyboard-free path a script has: the start button.
+        time.sleep(0.5)
+        state = read_state(state_path)
+        x, y, w, h = (int(v) for v in state["widget.start"].split(","))
+        ox, oy = (int(v) for v in state["client_origin"].split(","))
+        env = dict(os.environ, DISPLAY=display)
+        import subprocess
+        subprocess.run(["xdotool", "mousemove", str(ox + x + w // 2), str(oy + y + h // 2)], env=env, check=True)
+        subprocess.run(["xdotool", "mousedown", "1"], env=env, check=True)
+        time.sleep(0.15)
+        subprocess.run(["xdotool", "mouseup", "1"], env=env, check=True)
+        # The run's title counts frames once a second.
+        self.wait_title(display, inst, proc, r"^Ardentium - Triangle of Death \(GL2\) - FPS=\d+", timeout=120)
+        # Ctrl+C during a run ends the run (as Escape does) and the launcher comes back.
+        proc.send_signal(signal.SIGINT)
+        wait_state(lambda s: s.get("runs") == "1" and s.get("running") == "0", "the end of the run")
+        proc.send_signal(signal.SIGTERM)
+        self.wait_exit(inst, proc)
+        msgs = inst.messages()
+        self.assertIn("Test application selected: Triangle of Death (GL2) (2001).", msgs)
+        self.assertIn("Triangle of Death (GL2) init ok (1 triangle per frame).", msgs)
+        self.assertIn("Main render thread - demo finished - exit ok.", msgs)
+        keep(os.path.join(inst.work_dir, "shot.png"), "glapp-2001.png")
+        w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
+        self.assertEqual((w, h), (320, 240))
+        # The triangle's three corners: red, green and blue, all saturated.
+        box = (40, 30, 280, 200)
+        for name, pred in (("red", lambda r, g, b: r > 150 and g < 90 and b < 90),
+                           ("green", lambda r, g, b: g > 150 and r < 90 and b < 90),
+                           ("blue", lambda r, g, b: b > 150 and r < 90 and g < 90)):
+            self.assertGreater(count_pixels(rows, box, pred), 150, name)
 
 
 if __name__ == "__main__":
