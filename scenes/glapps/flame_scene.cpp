@@ -80,6 +80,13 @@ const char* const kToneVertex =
     "out vec2 uv;\n"
     "void main() { vec2 p = vec2(gl_VertexID == 1 ? 3.0 : -1.0, gl_VertexID == 2 ? 3.0 : -1.0);\n"
     "  uv = p * 0.5 + 0.5; gl_Position = vec4(p, 0.0, 1.0); }\n";
+// Fades the density kept from earlier frames: the buffer is multiplied by the
+// persistence (blending with the source colour as the factor).
+const char* const kFadeFragment =
+    "#version 330\n"
+    "in vec2 uv; out vec4 fragColor; uniform float persistence;\n"
+    "void main() { fragColor = vec4(persistence); }\n";
+
 const char* const kToneFragment =
     "#version 330\n"
     "in vec2 uv; out vec4 fragColor; uniform sampler2D density; uniform float logScale; uniform float gamma;\n"
@@ -114,6 +121,7 @@ FractalFlameScene::FractalFlameScene(int appId) : GlAppScene(appId, 3) {
     AddParam("Iterations per frame", 3.0f, 1.0f, 16.0f, 1.0f);
     pointSize_ = &AddParam("Point size", 2.0f, 1.0f, 8.0f, 1.0f);
     AddParam("Gamma", 2.2f, 1.0f, 4.0f, 0.2f);
+    persistence_ = &AddParam("Persistence", 0.8f, 0.0f, 0.95f, 0.05f);
 }
 
 bool FractalFlameScene::BuildParticles(int count) {
@@ -169,6 +177,8 @@ bool FractalFlameScene::InitApp() {
     }
     splatProgram_ = BuildProgram(kSplatVertex, kSplatFragment, {{0, "In_State"}});
     toneProgram_ = BuildProgram(kToneVertex, kToneFragment);
+    fadeProgram_ = BuildProgram(kToneVertex, kFadeFragment);
+    if (!fadeProgram_) return false;
     if (!splatProgram_ || !toneProgram_) return false;
     gl::GenVertexArrays(1, &quadVao_);
 
@@ -217,10 +227,22 @@ void FractalFlameScene::DrawApp() {
     // 2. Splat: additive point sprites into the density buffer.
     gl::BindFramebuffer(gl::FRAMEBUFFER, densityFbo_);
     gl::Viewport(0, 0, ViewWidth(), ViewHeight());
-    gl::ClearColor(0.0f, 0.0f, 0.0f, 0.0f);
-    gl::Clear(gl::COLOR_BUFFER_BIT);
     gl::Disable(gl::DEPTH_TEST);
     gl::Enable(gl::BLEND);
+    // The density accumulates over frames and fades by the persistence; a
+    // new buffer starts empty.
+    const float persistence = Value(*persistence_);
+    if (!densityFresh_ || persistence <= 0.0f) {
+        gl::ClearColor(0.0f, 0.0f, 0.0f, 0.0f);
+        gl::Clear(gl::COLOR_BUFFER_BIT);
+        densityFresh_ = true;
+    } else {
+        gl::BlendFunc(gl::ZERO, gl::SRC_COLOR);
+        gl::UseProgram(fadeProgram_);
+        gl::Uniform1f(gl::GetUniformLocation(fadeProgram_, "persistence"), persistence);
+        gl::BindVertexArray(quadVao_);
+        gl::DrawArrays(gl::TRIANGLES, 0, 3);
+    }
     gl::BlendFunc(gl::ONE, gl::ONE);
     gl::Enable(kProgramPointSize);
     gl::UseProgram(splatProgram_);
@@ -241,7 +263,8 @@ void FractalFlameScene::DrawApp() {
     gl::BindTexture(gl::TEXTURE_2D, densityTex_);
     gl::Uniform1i(gl::GetUniformLocation(toneProgram_, "density"), 0);
     const float pixels = static_cast<float>(ViewWidth()) * static_cast<float>(ViewHeight());
-    const float typical = static_cast<float>(builtCount_) / std::max(1.0f, pixels) * Value(*pointSize_);
+    const float typical = static_cast<float>(builtCount_) / std::max(1.0f, pixels) * Value(*pointSize_) /
+                          (1.0f - std::min(0.95f, persistence));
     gl::Uniform1f(gl::GetUniformLocation(toneProgram_, "logScale"), std::log(1.0f + 40.0f * std::max(typical, 0.05f)));
     gl::Uniform1f(gl::GetUniformLocation(toneProgram_, "gamma"), Value(*params[4]));
     gl::BindVertexArray(quadVao_);
@@ -251,7 +274,8 @@ void FractalFlameScene::DrawApp() {
 }
 
 void FractalFlameScene::TerminateApp() {
-    for (GLuint* p : {&iterateProgram_, &splatProgram_, &toneProgram_}) {
+    densityFresh_ = false;
+    for (GLuint* p : {&iterateProgram_, &splatProgram_, &toneProgram_, &fadeProgram_}) {
         if (*p) gl::DeleteProgram(*p);
         *p = 0;
     }

@@ -111,7 +111,7 @@ std::string TriangleScene::LoadLine() const { return "1 triangle per frame"; }
 // ---------------------------------------------------------------- wavy plane
 
 WavyPlaneScene::WavyPlaneScene(int appId) : GlAppScene(appId, 2) {
-    side_ = &AddParam("Vertices per side", StartLoad(1024.0f), 16.0f, 4096.0f, 128.0f);
+    side_ = &AddParam("Vertices per side", StartLoad(2048.0f), 16.0f, 4096.0f, 128.0f);
     wireframe_ = &AddParam("Wireframe", 0.0f, 0.0f, 1.0f, 1.0f, true);
     AddParam("Wave height", 0.35f, 0.0f, 1.5f, 0.05f);
 }

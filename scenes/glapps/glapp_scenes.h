@@ -147,7 +147,9 @@ private:
     bool BuildParticles(int count);
     Param* count_ = nullptr;
     Param* pointSize_ = nullptr;
-    GLuint iterateProgram_ = 0, splatProgram_ = 0, toneProgram_ = 0;
+    Param* persistence_ = nullptr;
+    GLuint iterateProgram_ = 0, splatProgram_ = 0, toneProgram_ = 0, fadeProgram_ = 0;
+    bool densityFresh_ = false;
     GLuint vao_[2] = {0, 0}, vbo_[2] = {0, 0}, quadVao_ = 0;
     GLuint densityFbo_ = 0, densityTex_ = 0;
     int current_ = 0, builtCount_ = 0;
