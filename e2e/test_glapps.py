@@ -2,6 +2,7 @@
 headless and small, stopped after a few seconds like a user stops a
 stability test; the event log's start and end, the frames counted in the
 result line, and the last frame's picture checked for what the test draws."""
+import json
 import os
 import re
 import shutil
@@ -69,6 +70,7 @@ class GlApps(E2ETest):
         keep(shot, "glapp-%d%s.png" % (test, "-panel" if "/glapp_panel" in args else ""))
         w, h, rows = read_png(shot)
         self.assertEqual((w, h), (W, H))
+        self.inst = inst
         return msgs, out, rows, int(m.group(2))
 
     def test_wavy_plane_is_a_lit_surface_that_is_not_flat(self):
@@ -100,8 +102,13 @@ class GlApps(E2ETest):
         self.assertGreater(warm, 100)
 
     def test_tessellated_sphere_fills_the_middle(self):
-        msgs, out, rows, api = self.run_app(2201, 5)
+        msgs, out, rows, api = self.run_app(2201, 5, "/results_json=r.json")
         self.assertEqual(api, 4)
+        with open(os.path.join(self.inst.work_dir, "r.json")) as f:
+            results = json.load(f)
+        self.assertEqual((results["test"], results["api"], results["ending"]),
+                         ("GF OC Test (GL4)", "OpenGL 4", "stability test"))
+        self.assertGreater(results["frames"], 0)
         self.assertIn("GF OC Test (GL4) init ok (tessellation level 5, 20 sphere patches).", msgs)
         red = count_pixels(rows, CENTRE, lambda r, g, b: r > 2 * g and r > 60)
         self.assertGreater(red, (CENTRE[2] - CENTRE[0]) * (CENTRE[3] - CENTRE[1]) // 3)
