@@ -218,7 +218,7 @@ void GlAppScene::DrawPanel() {
     ImGui::SetNextWindowSize(ImVec2(230.0f, 0.0f), ImGuiCond_Always);
     ImGui::SetNextWindowBgAlpha(0.75f);
     ImGui::Begin("Parameters", nullptr, ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoCollapse);
-    ImGui::TextDisabled("Up/Down: choose, Left/Right: change");
+    ImGui::TextDisabled("Arrows: choose, change");
     for (int i = 0; i < rows; ++i) {
         const Param& p = *params_[static_cast<size_t>(i)];
         const float v = Value(p);
