@@ -52,7 +52,7 @@ class WineGlApp(unittest.TestCase):
             self.fail("Escape did not end the run")
         msgs = inst.messages()
         self.assertIn("Test application selected: GF OC Test (GL4) (2201).", msgs)
-        self.assertTrue(any(m.startswith("OpenGL 4 (") and m.endswith(") context init ok.") for m in msgs), msgs)
+        self.assertTrue(any(m.startswith("OpenGL 4 (") and m.endswith(") context with core profile init ok.") for m in msgs), msgs)
         self.assertIn("GF OC Test (GL4) init ok (tessellation level 4, 20 sphere patches).", msgs)
         self.assertIn("Main render thread - demo finished - exit ok.", msgs)
         self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")

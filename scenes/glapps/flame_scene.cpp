@@ -118,9 +118,9 @@ FractalFlameScene::FractalFlameScene(int appId) : GlAppScene(appId, 3) {
     float start = static_cast<float>(StartupOptions.fractal_flame_particles);
     if (gRunExtras.glappLoad > 0.0f) start = gRunExtras.glappLoad;
     count_ = &AddParam("Particles", start, 1000.0f, 16000000.0f, 250000.0f);
-    AddParam("Iterations per frame", 3.0f, 1.0f, 16.0f, 1.0f);
+    iterations_ = &AddParam("Iterations per frame", 3.0f, 1.0f, 16.0f, 1.0f);
     pointSize_ = &AddParam("Point size", 2.0f, 1.0f, 8.0f, 1.0f);
-    AddParam("Gamma", 2.2f, 1.0f, 4.0f, 0.2f);
+    gamma_ = &AddParam("Gamma", 2.2f, 1.0f, 4.0f, 0.2f);
     persistence_ = &AddParam("Persistence", 0.8f, 0.0f, 0.95f, 0.05f);
 }
 
@@ -206,14 +206,13 @@ void FractalFlameScene::DrawApp() {
     if (count != builtCount_ && !BuildParticles(count)) count_->value = static_cast<float>(builtCount_);
     GLint target = 0;
     gl::GetIntegerv(0x8CA6 /* DRAW_FRAMEBUFFER_BINDING */, &target);
-    const auto params = Params();
 
     // 1. Iterate: every particle through the flame's transforms, into the other buffer.
     const int next = 1 - current_;
     gl::UseProgram(iterateProgram_);
     gl::Uniform1f(gl::GetUniformLocation(iterateProgram_, "time"), AnimationTime());
     extra_.Uniform1ui(gl::GetUniformLocation(iterateProgram_, "frame"), frameCounter_++);
-    gl::Uniform1i(gl::GetUniformLocation(iterateProgram_, "iterations"), static_cast<int>(Value(*params[2])));
+    gl::Uniform1i(gl::GetUniformLocation(iterateProgram_, "iterations"), static_cast<int>(Value(*iterations_)));
     gl::Enable(kRasterizerDiscard);
     gl::BindVertexArray(vao_[current_]);
     extra_.BindBufferBase(kTransformFeedbackBuffer, 0, vbo_[next]);
@@ -266,7 +265,7 @@ void FractalFlameScene::DrawApp() {
     const float typical = static_cast<float>(builtCount_) / std::max(1.0f, pixels) * Value(*pointSize_) /
                           (1.0f - std::min(0.95f, persistence));
     gl::Uniform1f(gl::GetUniformLocation(toneProgram_, "logScale"), std::log(1.0f + 40.0f * std::max(typical, 0.05f)));
-    gl::Uniform1f(gl::GetUniformLocation(toneProgram_, "gamma"), Value(*params[4]));
+    gl::Uniform1f(gl::GetUniformLocation(toneProgram_, "gamma"), Value(*gamma_));
     gl::BindVertexArray(quadVao_);
     gl::DrawArrays(gl::TRIANGLES, 0, 3);
     gl::BindTexture(gl::TEXTURE_2D, 0);

@@ -113,7 +113,7 @@ std::string TriangleScene::LoadLine() const { return "1 triangle per frame"; }
 WavyPlaneScene::WavyPlaneScene(int appId) : GlAppScene(appId, 2) {
     side_ = &AddParam("Vertices per side", StartLoad(2048.0f), 16.0f, 4096.0f, 128.0f);
     wireframe_ = &AddParam("Wireframe", 0.0f, 0.0f, 1.0f, 1.0f, true);
-    AddParam("Wave height", 0.35f, 0.0f, 1.5f, 0.05f);
+    height_ = &AddParam("Wave height", 0.35f, 0.0f, 1.5f, 0.05f);
 }
 
 bool WavyPlaneScene::BuildGrid(int side) {
@@ -163,7 +163,7 @@ void WavyPlaneScene::DrawApp() {
     gl::UseProgram(program_);
     SetMat(program_, "viewProj", viewProj);
     gl::Uniform1f(gl::GetUniformLocation(program_, "time"), AnimationTime());
-    gl::Uniform1f(gl::GetUniformLocation(program_, "amplitude"), Value(*Params()[3]));
+    gl::Uniform1f(gl::GetUniformLocation(program_, "amplitude"), Value(*height_));
     SetWireframe(Value(*wireframe_) != 0.0f);
     gl::BindBuffer(gl::ARRAY_BUFFER, vbo_);
     gl::BindBuffer(gl::ELEMENT_ARRAY_BUFFER, ibo_);

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <type_traits>
 
 #include <imgui.h>
 #include <backends/imgui_impl_opengl3.h>
@@ -72,7 +73,13 @@ const char* GlAppScene::MinimumLine() const {
 }
 
 void GlAppScene::LogSuccess(int major, int minor) const {
-    gEventLog.Write("OpenGL %d (%d.%d) context init ok.", api_, major, minor);
+    // The same lines as the other tests' contexts of each generation.
+    if (api_ == 4)
+        gEventLog.Write("OpenGL 4 (%d.%d) context with core profile init ok.", major, minor);
+    else if (api_ == 3)
+        gEventLog.Write("OpenGL 3 (%d.%d) context with compatibility profile init ok.", major, minor);
+    else
+        gEventLog.Write("OpenGL 2 (%d.%d) context init ok.", major, minor);
 }
 
 bool GlAppScene::Init(const RenderTarget& target, int width, int height) {

@@ -125,6 +125,7 @@ private:
     bool BuildGrid(int side);
     Param* side_ = nullptr;
     Param* wireframe_ = nullptr;
+    Param* height_ = nullptr;
     GLuint program_ = 0, vbo_ = 0, ibo_ = 0;
     int builtSide_ = 0;
     GLsizei indexCount_ = 0;
@@ -148,6 +149,8 @@ private:
     Param* count_ = nullptr;
     Param* pointSize_ = nullptr;
     Param* persistence_ = nullptr;
+    Param* iterations_ = nullptr;
+    Param* gamma_ = nullptr;
     GLuint iterateProgram_ = 0, splatProgram_ = 0, toneProgram_ = 0, fadeProgram_ = 0;
     bool densityFresh_ = false;
     GLuint vao_[2] = {0, 0}, vbo_[2] = {0, 0}, quadVao_ = 0;
@@ -173,6 +176,7 @@ private:
     Param* level_ = nullptr;
     Param* wireframe_ = nullptr;
     Param* shells_ = nullptr;
+    Param* ripple_ = nullptr;
     GLuint sphereProgram_ = 0, planeProgram_ = 0, furProgram_ = 0;
     GLuint sphereVao_ = 0, sphereVbo_ = 0, sphereIbo_ = 0, planeVao_ = 0, planeVbo_ = 0;
     GLsizei sphereIndices_ = 0, planeVertices_ = 0;

@@ -154,7 +154,7 @@ TessyScene::TessyScene(int appId) : GlAppScene(appId, 4) {
     const float level = gRunExtras.glappLoad > 0.0f ? gRunExtras.glappLoad : (appId == 2201 ? 48.0f : 24.0f);
     level_ = &AddParam("Tessellation level", level, 1.0f, 64.0f, 1.0f);
     wireframe_ = &AddParam("Wireframe", 0.0f, 0.0f, 1.0f, 1.0f, true);
-    AddParam("Ripple", appId == 2201 ? 0.04f : 0.02f, 0.0f, 0.2f, 0.01f);
+    ripple_ = &AddParam("Ripple", appId == 2201 ? 0.04f : 0.02f, 0.0f, 0.2f, 0.01f);
     if (withFur_) shells_ = &AddParam("Fur shells", 16.0f, 1.0f, 64.0f, 1.0f);
 }
 
@@ -220,8 +220,7 @@ void TessyScene::DrawApp() {
     const m3d::Mat4 viewProj = m3d::Perspective(50.0f, aspect, 0.1f, 100.0f) * m3d::LookAt(eye, at, {0, 1, 0});
     const m3d::Vec3 light = m3d::Normalize(m3d::Vec3{-0.8f, -0.55f, -0.35f});
     const float level = Value(*level_);
-    const auto params = Params();
-    const float ripple = Value(*params[3]);
+    const float ripple = Value(*ripple_);
     float balls[kBallCount * 4];
     for (int i = 0; i < kBallCount; ++i) {
         // The spheres bob a little, so their shadows move.
