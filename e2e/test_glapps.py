@@ -7,6 +7,7 @@ import os
 import re
 import shutil
 import signal
+import subprocess
 import time
 import unittest
 
@@ -211,7 +212,6 @@ class TriangleFromTheLauncher(E2ETest):
         x, y, w, h = (int(v) for v in state["widget.start"].split(","))
         ox, oy = (int(v) for v in state["client_origin"].split(","))
         env = dict(os.environ, DISPLAY=display)
-        import subprocess
         subprocess.run(["xdotool", "mousemove", str(ox + x + w // 2), str(oy + y + h // 2)], env=env, check=True)
         subprocess.run(["xdotool", "mousedown", "1"], env=env, check=True)
         time.sleep(0.15)
@@ -236,6 +236,43 @@ class TriangleFromTheLauncher(E2ETest):
                            ("green", lambda r, g, b: g > 150 and r < 90 and b < 90),
                            ("blue", lambda r, g, b: b > 150 and r < 90 and g < 90)):
             self.assertGreater(count_pixels(rows, box, pred), 150, name)
+
+
+
+@unittest.skipUnless(shutil.which("Xvfb") and shutil.which("xdotool"), "needs Xvfb and xdotool")
+class PanelKeysInAWindow(E2ETest):
+    def test_the_panel_changes_the_load_while_the_test_runs(self):
+        display = start_xvfb(self)
+        inst = self.install()
+        proc = inst.start("/display_gui=0", "/run_mode=0", "/test3d=2002", "/width=%d" % W, "/height=%d" % H,
+                          "/glapp_load=96", env={"DISPLAY": display})
+        self.addCleanup(lambda: proc.poll() is None and proc.kill())
+        wid, _ = self.wait_title(display, inst, proc, r"^Ardentium - Wavy Plane \(GL2\) - FPS=\d+")
+        env = dict(os.environ, DISPLAY=display)
+
+        def xdo(*args):
+            return subprocess.run(["xdotool", *args], env=env, capture_output=True, text=True, timeout=30).stdout
+
+        geometry = dict(l.strip().split(": ", 1) for l in xdo("getwindowgeometry", wid).splitlines()[1:])
+        x, y = (int(v) for v in geometry["Position"].split()[0].split(","))
+        # Keys go to the window under the pointer (no window manager).
+        xdo("mousemove", str(x + W // 2), str(y + H // 2))
+        time.sleep(0.3)
+        for key in ("F2", "Down", "Right", "Right"):
+            xdo("key", key)
+            time.sleep(0.2)
+        # Two steps of 128; a frame sees one or both.
+        self.wait_message(inst, proc, lambda m: re.match(r"Wavy Plane \(GL2\): Vertices per side (96|224) -> 352\.$", m),
+                          "the grid made finer")
+        for key in ("Down", "Right"):
+            xdo("key", key)
+            time.sleep(0.2)
+        self.wait_message(inst, proc, lambda m: m == "Wavy Plane (GL2): Wireframe 0 -> 1.", "wireframe on")
+        xdo("key", "Escape")
+        self.assertEqual(self.wait_exit(inst, proc), 0)
+        out, err = inst.output(proc)
+        self.assertRegex(out, r"Result: Wavy Plane \(GL2\), OpenGL 2, %dx%d, \d+ frames" % (W, H))
+        self.assertIn("Main render thread - demo finished - exit ok.", inst.messages())
 
 
 if __name__ == "__main__":

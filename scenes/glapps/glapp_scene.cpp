@@ -114,6 +114,18 @@ void GlAppScene::Terminate() {
 }
 
 void GlAppScene::Frame(float frameSeconds) {
+    // What the panel changed is logged where it takes effect, so a long
+    // stability run's log says which load ran when.
+    if (seen_.size() != params_.size()) {
+        for (const auto& p : params_) seen_.push_back(Value(*p));
+    }
+    for (size_t i = 0; i < params_.size(); ++i) {
+        const float v = Value(*params_[i]);
+        if (v == seen_[i]) continue;
+        gEventLog.Write("%s: %s %g -> %g.", display_name.c_str(), params_[i]->name, static_cast<double>(seen_[i]),
+                        static_cast<double>(v));
+        seen_[i] = v;
+    }
     if (gRunExtras.animationTime >= 0.0f)
         animationTime_ = gRunExtras.animationTime;
     else

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -86,6 +87,7 @@ private:
 
     const char* logPrefix_;
     std::vector<std::unique_ptr<Param>> params_;
+    std::vector<float> seen_;  // the values the last frame drew with
     std::atomic<bool> panelShown_{false};
     std::atomic<int> panelRow_{0};
     float animationTime_ = 0.0f;
