@@ -165,6 +165,17 @@ class GlAppLookup(E2ETest):
         msgs = inst.messages()
         self.assertFalse(any(m.startswith("Test application selected") for m in msgs))
 
+    def test_an_opengl_3_driver_cannot_start_an_opengl_4_test(self):
+        inst = self.install()
+        r = inst.run("/display_gui=0", "/test3d=2202", "/run_mode=0", "/width=%d" % W, "/height=%d" % H, "/headless",
+                     env={"MESA_GL_VERSION_OVERRIDE": "3.3"}, timeout=self.WAIT)
+        self.assertEqual(r.returncode, 2, r.stdout + r.stderr)
+        self.assertIn("Result: Tessy Spheres on Plane (GL4), OpenGL 4, %dx%d: could not start" % (W, H), r.stdout)
+        msgs = inst.messages()
+        self.assertIn("OpenGL initialization failed!", msgs)
+        self.assertFalse(any(m.startswith("Tessy Spheres on Plane (GL4) init ok") for m in msgs))
+        self.assertEqual(msgs[-1], "Exit from VXA Ardentium.")
+
     def test_benchmark_mode_forces_a_minute_by_the_clock(self):
         inst = self.install()
         with open(inst.path("startup_options.xml"), "w") as f:

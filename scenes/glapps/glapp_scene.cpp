@@ -42,7 +42,12 @@ GlAppScene::GlAppScene(int appId, int api)
     speed_ = &AddParam("Animation speed", 1.0f, 0.0f, 4.0f, 0.25f);
 }
 
-GlAppScene::~GlAppScene() { Terminate(); }
+GlAppScene::~GlAppScene() {
+    // The application's part is gone by now; the runner ended it through
+    // Terminate before deleting the object.
+    appUp_ = false;
+    Terminate();
+}
 
 Param& GlAppScene::AddParam(const char* name, float value, float lo, float hi, float step, bool toggle) {
     params_.push_back(std::make_unique<Param>(name, std::max(lo, std::min(hi, value)), lo, hi, step, toggle));
@@ -93,11 +98,12 @@ bool GlAppScene::Init(const RenderTarget& target, int width, int height) {
         gEventLog.Write("%s: missing entry points: %s", display_name.c_str(), missing.c_str());
         return false;
     }
+    // What a failed start made is released by Terminate as well.
+    appUp_ = true;
     if (!InitApp()) {
         gEventLog.Write("%s: the test's programs or buffers could not be made (see above).", display_name.c_str());
         return false;
     }
-    appUp_ = true;
     InitPanel();
     if (gRunExtras.glappPanel) panelShown_ = true;
     gEventLog.Write("%s init ok (%s).", display_name.c_str(), LoadLine().c_str());
