@@ -57,9 +57,6 @@ public:
     virtual void OnKey(RunKey key, const unsigned char* keyboardState) = 0;
     // The close request (the window's close button, a posted close).
     virtual void OnClose() = 0;
-    // The pointer over the window's client area (pixels from its top left)
-    // and whether the left button is down.
-    virtual void OnMouse(int x, int y, bool leftDown) {}
 };
 
 // From any thread: asks the UI thread to close the 3D window.

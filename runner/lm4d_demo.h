@@ -72,8 +72,6 @@ public:
     // A key the run's own controls do not use, offered to an object with a
     // parameter panel of its own (UI thread). True when it was used.
     virtual bool PanelKey(RunKey key) { return false; }
-    // The pointer over the view, for the same panel (UI thread).
-    virtual void PanelMouse(int x, int y, bool leftDown) {}
 
     int api_id = 0;
     bool amark_mode = false;

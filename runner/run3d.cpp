@@ -10,7 +10,6 @@
 #include "core/shell_state.h"
 #include "platform/platform.h"
 #include "render/image_write.h"
-#include "runner/demo_access.h"
 #include "runner/keys.h"
 #include "runner/run_facts.h"
 #include "runner/run_results.h"
@@ -97,11 +96,6 @@ public:
         if (HandleRunKey(key, keyboardState) == KeyResult::Close) Close3DRun();
     }
     void OnClose() override { Close3DRun(); }
-    void OnMouse(int x, int y, bool leftDown) override {
-        // A benchmark locks the panels as it locks the keys.
-        if (RunParameters.run_mode == 1) return;
-        DemoAccess::With([&](cLm4DDemo& demo) { demo.PanelMouse(x, y, leftDown); });
-    }
 };
 
 }  // namespace

@@ -271,11 +271,6 @@ void RunUiLoop(UiEvents& events) {
                 if (e.type == SDL_QUIT ||
                     (e.type == SDL_WINDOWEVENT && e.window.event == SDL_WINDOWEVENT_CLOSE)) {
                     events.OnClose();
-                } else if (e.type == SDL_MOUSEMOTION) {
-                    events.OnMouse(e.motion.x, e.motion.y, (e.motion.state & SDL_BUTTON_LMASK) != 0);
-                } else if ((e.type == SDL_MOUSEBUTTONDOWN || e.type == SDL_MOUSEBUTTONUP) &&
-                           e.button.button == SDL_BUTTON_LEFT) {
-                    events.OnMouse(e.button.x, e.button.y, e.type == SDL_MOUSEBUTTONDOWN);
                 } else if (e.type == SDL_KEYDOWN) {
                     KeyboardState(keyState);
                     events.OnKey(Translate(e.key.keysym), keyState);

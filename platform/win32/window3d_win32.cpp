@@ -89,13 +89,6 @@ LRESULT CALLBACK WindowProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
             if (gEvents) gEvents->OnKey(key, state);
             break;
         }
-        case WM_MOUSEMOVE:
-        case WM_LBUTTONDOWN:
-        case WM_LBUTTONUP:
-            if (gEvents)
-                gEvents->OnMouse(static_cast<short>(LOWORD(lp)), static_cast<short>(HIWORD(lp)),
-                                 msg == WM_LBUTTONDOWN || (msg == WM_MOUSEMOVE && (wp & MK_LBUTTON) != 0));
-            return 0;
         case kMsgApplyTitle: {
             std::string t;
             {

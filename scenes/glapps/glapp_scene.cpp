@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 #include <cstdio>
 #include <type_traits>
@@ -176,12 +175,6 @@ bool GlAppScene::PanelKey(RunKey key) {
     }
 }
 
-void GlAppScene::PanelMouse(int x, int y, bool leftDown) {
-    mouseX_ = x;
-    mouseY_ = y;
-    mouseDown_ = leftDown;
-}
-
 void GlAppScene::InitPanel() {
     // The panel library draws through OpenGL 3 programs; an older context
     // keeps the key controls and the load line only.
@@ -244,35 +237,23 @@ void GlAppScene::DrawPanel() {
     ImGuiIO& io = ImGui::GetIO();
     io.DisplaySize = ImVec2(static_cast<float>(ViewWidth()), static_cast<float>(ViewHeight()));
     io.DeltaTime = std::max(frame_seconds, 0.001f);
-    io.MousePos = mouseX_ >= 0 ? ImVec2(static_cast<float>(mouseX_.load()), static_cast<float>(mouseY_.load()))
-                               : ImVec2(-FLT_MAX, -FLT_MAX);
-    io.MouseDown[0] = mouseDown_;
     ImGui_ImplOpenGL3_NewFrame();
     ImGui::NewFrame();
     ImGui::SetNextWindowPos(ImVec2(static_cast<float>(ViewWidth()) - 240.0f, 30.0f), ImGuiCond_Always);
     ImGui::SetNextWindowSize(ImVec2(230.0f, 0.0f), ImGuiCond_Always);
     ImGui::SetNextWindowBgAlpha(0.75f);
     ImGui::Begin("Parameters", nullptr, ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoCollapse);
-    ImGui::TextDisabled("Mouse, or F2 and arrows");
+    ImGui::TextDisabled("Arrows: choose, change");
     for (int i = 0; i < rows; ++i) {
-        Param& p = *params_[static_cast<size_t>(i)];
-        float v = Value(p);
-        ImGui::PushID(i);
-        // The row the arrows change is marked; the mouse works on any row.
-        ImGui::TextColored(i == chosen ? ImVec4(1.0f, 0.8f, 0.3f, 1.0f) : ImVec4(0.7f, 0.7f, 0.7f, 1.0f), "%s%s",
-                           i == chosen ? "> " : "  ", p.name);
-        if (p.toggle) {
-            bool on = v != 0.0f;
-            if (ImGui::Checkbox("##v", &on)) p.value = on ? 1.0f : 0.0f;
-        } else {
-            ImGui::SetNextItemWidth(-1.0f);
-            const bool whole = p.step >= 1.0f;
-            if (ImGui::SliderFloat("##v", &v, p.min, p.max, whole ? "%.0f" : "%.2f")) {
-                if (whole) v = std::round(v);
-                p.value = std::max(p.min, std::min(p.max, v));
-            }
-        }
-        ImGui::PopID();
+        const Param& p = *params_[static_cast<size_t>(i)];
+        const float v = Value(p);
+        char text[96];
+        if (p.toggle)
+            std::snprintf(text, sizeof text, "%s: %s", p.name, v != 0.0f ? "on" : "off");
+        else
+            std::snprintf(text, sizeof text, "%s: %g", p.name, static_cast<double>(v));
+        ImGui::Selectable(text, i == chosen);
+        if (!p.toggle && p.max > p.min) ImGui::ProgressBar((v - p.min) / (p.max - p.min), ImVec2(-1.0f, 4.0f), "");
     }
     ImGui::End();
     ImGui::Render();

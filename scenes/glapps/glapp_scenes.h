@@ -48,7 +48,6 @@ public:
     void Terminate() override;
     void Frame(float frameSeconds) override;
     bool PanelKey(RunKey key) override;
-    void PanelMouse(int x, int y, bool leftDown) override;
 
     std::vector<Param*> Params() const;
     bool PanelShown() const { return panelShown_.load(); }
@@ -91,8 +90,6 @@ private:
     std::vector<float> seen_;  // the values the last frame drew with
     std::atomic<bool> panelShown_{false};
     std::atomic<int> panelRow_{0};
-    std::atomic<int> mouseX_{-1}, mouseY_{-1};
-    std::atomic<bool> mouseDown_{false};
     float animationTime_ = 0.0f;
     void* imgui_ = nullptr;  // the panel's own GUI context
     bool imguiBackend_ = false;
