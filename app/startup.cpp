@@ -18,6 +18,7 @@
 #include "runner/run3d.h"
 #include "scenes/amark/amark_gl4.h"
 #include "scenes/fur/fur_factory.h"
+#include "scenes/glapps/test_app.h"
 #if ARD_HAVE_LAUNCHER
 #include "launcher/launcher.h"
 #endif
@@ -57,6 +58,7 @@ int gLauncherRuns = 0;
 
 void ShutDown() {
     if (gShell.launcherShown) WriteStartupOptionsFile(gShell.settingsFilePath.c_str());
+    gTestApps.Clear();
     // A render thread the kill sequence left finishing its last frame ends
     // within that frame; the libraries it draws with outlive it.
     JoinFinishingRenderThread();
@@ -132,9 +134,28 @@ void StartDirectly() {
             return;
         }
     } else if (StartsAsTestApplication(test)) {
+        cVXA_3DTestApp* app = gTestApps.Select(test);
+        if (!app) {
+            TellCouldNotStart(std::string(FindTestApp(test)->displayName) +
+                              ": no registered test application could be selected: nothing was started.");
+            return;
+        }
+        gEventLog.Write("Test application selected: %s (%d).", app->displayName, app->id);
+        if (RunParameters.run_mode == 1) {
+            ForceBenchmarkMode(StartupOptions, RunParameters);
+            gEventLog.Write("Test application benchmark: %s, %u ms (settings: %s, %u ms).",
+                            RunParameters.time_based ? "time-based" : "frame-based", RunParameters.max_time,
+                            StartupOptions.time_based_benchmark ? "time-based" : "frame-based", StartupOptions.max_time);
+        }
+        BeginRunReport();
+        if (!app->StartRenderThread(headless ? DisplayKind::Headless : DisplayKind::Window, RunServices())) {
+            TellCouldNotStart("The 3D window could not be created: no test was started.");
+            return;
+        }
+    } else if (FindTestApp(test)) {
         TellCouldNotStart(std::string(FindTestApp(test)->displayName) +
-                          ": the GL test applications are not part of this build.");
-        return;
+                          " starts from the launcher only: nothing was started.");
+        if (headless) return;
     } else {
         char text[160];
         std::snprintf(text, sizeof text, "No test has the identifier %d: nothing was started (see /? for the tests).",
@@ -158,7 +179,10 @@ bool BuildCanRun(int test3d, int api3d) {
     switch (choice.demoClass) {
         case DemoClass::OpenGL2:
         case DemoClass::OpenGL3:
-        case DemoClass::OpenGL4: return true;
+        case DemoClass::OpenGL4:
+        case DemoClass::TestAppGL2:
+        case DemoClass::TestAppGL3:
+        case DemoClass::TestAppGL4: return true;
 #if defined(_WIN32)
         case DemoClass::D3D9:
         case DemoClass::D3D10:
@@ -173,8 +197,26 @@ bool BuildCanRun(int test3d, int api3d) {
 bool RunFromLauncher() {
     CopyRunParameters(StartupOptions, RunParameters);
     ++gLauncherRuns;
+    const DisplayKind kind = gRunExtras.headless ? DisplayKind::Headless : DisplayKind::Window;
+    // A test application is selected for its run and let go after it, so the
+    // launcher can start the next one.
+    if (FindTestApp(StartupOptions.test3d)) {
+        cVXA_3DTestApp* app = gTestApps.Select(StartupOptions.test3d);
+        if (!app) {
+            gEventLog.Write("No registered test application could be selected: no test was started.");
+            return false;
+        }
+        gEventLog.Write("Test application selected: %s (%d).", app->displayName, app->id);
+        if (RunParameters.run_mode == 1) ForceBenchmarkMode(StartupOptions, RunParameters);
+        BeginRunReport();
+        const bool started = app->StartRenderThread(kind, RunServices());
+        if (started) Run3DMessageLoop();
+        else gEventLog.Write("The 3D window could not be created: no test was started.");
+        gTestApps.Unselect();
+        return started;
+    }
     BeginRunReport();
-    if (!Start3DRun(gRunExtras.headless ? DisplayKind::Headless : DisplayKind::Window, RunServices())) {
+    if (!Start3DRun(kind, RunServices())) {
         gEventLog.Write("The 3D window could not be created: no test was started.");
         return false;
     }
@@ -312,6 +354,8 @@ int ArdentiumMain(const char* commandLine) {
 
     uint32_t physx = 0;
     if (platform::ReadRegistryDword("SOFTWARE\\AGEIA Technologies", "PhysX Version", &physx)) gShell.physxVersion = physx;
+
+    RegisterTestApps(gTestApps);
 
     CopyRunParameters(StartupOptions, RunParameters);
 

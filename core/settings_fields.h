@@ -289,5 +289,7 @@ inline constexpr long long kApiIds[] = {2, 3, 4, 9, 10, 11};
     X(std::string, logFramesPath,   "/log_frames=",     "",    Help("PATH", "write one CSV row per second to PATH: frames, FPS, frame time p50/p99 and every GPU's temperature, load, clocks and power")) \
     X(int,         gpuIndex,        "/gpu=",            0,     Help("N", "run the test on GPU N as /list_gpus numbers them (OpenGL headless through EGL, Direct3D 9/10/11); 0 or absent: the system's default")) \
     X(int,         verifyEveryFrames, "/verify_every=", 0,     Help("FRAMES", "meant for tests only: check the picture against the run's reference every FRAMES frames instead of every 5 s and 200 frames")) \
-    X(int,         verifyFaultCheck, "/verify_fault=",  0,     Help("N", "meant for tests only: corrupt the read-back of the N-th picture check, so the run must report a verification error"))
+    X(int,         verifyFaultCheck, "/verify_fault=",  0,     Help("N", "meant for tests only: corrupt the read-back of the N-th picture check, so the run must report a verification error")) \
+    X(float,       glappLoad,       "/glapp_load=",     -1.0f, Help("N", "GL test applications: the load to start with (tessellation level; vertices per side of the wavy plane; particles of the fractal flame); default: the test's own")) \
+    X(bool,        glappPanel,      "/glapp_panel",     false, Help("", "GL test applications: show the parameter panel (F2) from the first frame"))
 // clang-format on

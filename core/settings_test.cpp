@@ -212,7 +212,7 @@ TEST(Settings, PrintedInDeclarationOrder) {
 TEST(Settings, PrintSwitchDoesNotCollide) {
     // The diagnostic switch must neither contain nor be contained in a real one.
     std::vector<std::string> switches = KnownSwitches();
-    EXPECT_EQ(switches.size(), 43u + 11u + 1u);  // settings, run extras, /print_settings
+    EXPECT_EQ(switches.size(), 43u + 13u + 1u);  // settings, run extras, /print_settings
     std::string p = kPrintSettingsSwitch;
     for (const std::string& s : switches) {
         if (s == p) continue;

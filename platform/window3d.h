@@ -10,7 +10,7 @@
 #include "platform/render_target.h"
 
 // The keys that control a run.
-enum class RunKey { Escape, Space, P, I, F5, F6, T, G, F1, NumPlus, NumMinus, K, Other };
+enum class RunKey { Escape, Space, P, I, F5, F6, T, G, F1, NumPlus, NumMinus, K, Other, F2, Up, Down, Left, Right };
 
 namespace platform {
 

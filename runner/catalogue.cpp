@@ -54,6 +54,14 @@ const Row kRows[] = {
     {2015, -1, Furry(DemoClass::D3D11, "Furry VXA D3D11")},
     {2205, -1, AMark("AMark GL4 GPU PhysX", true)},
     {2206, -1, AMark("AMark GL4 CPU PhysX", false)},
+    // The test applications, once one is selected, draw on the same thread.
+    {2001, -1, Make(DemoClass::TestAppGL2, "Triangle of Death (GL2)")},
+    {2002, -1, Make(DemoClass::TestAppGL2, "Wavy Plane (GL2)")},
+    {2101, -1, Make(DemoClass::TestAppGL3, "Fractal Flame (GL3)")},
+    {2201, -1, Make(DemoClass::TestAppGL4, "GF OC Test (GL4)")},
+    {2202, -1, Make(DemoClass::TestAppGL4, "Tessy Spheres on Plane (GL4)")},
+    {2203, -1, Make(DemoClass::TestAppGL4, "Tessy Spheres on Plane v2 (GL4)")},
+    {2204, -1, Make(DemoClass::TestAppGL4, "Furry and Tessy Test (GL4)")},
 };
 
 }  // namespace
@@ -133,6 +141,9 @@ int ApiIdOf(DemoClass c) {
         case DemoClass::D3D9: return kApiD3D9;
         case DemoClass::D3D10: return kApiD3D10;
         case DemoClass::D3D11: return kApiD3D11;
+        case DemoClass::TestAppGL2: return kApiOpenGL2;
+        case DemoClass::TestAppGL3: return kApiOpenGL3;
+        case DemoClass::TestAppGL4: return kApiOpenGL4;
     }
     return kApiOpenGL2;
 }

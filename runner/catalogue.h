@@ -8,7 +8,9 @@ struct StartupOptionsRecord;
 enum ApiId { kApiOpenGL2 = 2, kApiOpenGL3 = 3, kApiOpenGL4 = 4, kApiD3D9 = 9, kApiD3D10 = 10, kApiD3D11 = 11 };
 
 // The classes the render thread can create.
-enum class DemoClass { OpenGL2, OpenGL3, OpenGL4, D3D9, D3D10, D3D11 };
+// The test applications' scenes come last: each draws through the API of its
+// generation.
+enum class DemoClass { OpenGL2, OpenGL3, OpenGL4, D3D9, D3D10, D3D11, TestAppGL2, TestAppGL3, TestAppGL4 };
 
 struct DemoChoice {
     DemoClass demoClass = DemoClass::OpenGL2;

@@ -28,7 +28,13 @@ TEST(Catalogue, DispatchByTestThenApi) {
     EXPECT_EQ(NameOf(2015, 2), "Furry VXA D3D11");
     EXPECT_EQ(NameOf(2205, 2), "AMark GL4 GPU PhysX");
     EXPECT_EQ(NameOf(2206, 2), "AMark GL4 CPU PhysX");
-    EXPECT_EQ(NameOf(2002, 2), "<none>");  // a test application, not a render-thread object
+    // A test application's scene, once the application is selected, runs on
+    // the same thread under the application's name, through its own API.
+    EXPECT_EQ(NameOf(2002, 9), "Wavy Plane (GL2)");
+    DemoChoice app;
+    ASSERT_TRUE(ChooseDemo(2204, 2, &app));
+    EXPECT_EQ(ApiIdOf(app.demoClass), kApiOpenGL4);
+    EXPECT_FALSE(app.amarkMode);
     EXPECT_EQ(NameOf(1234, 2), "<none>");
 
     DemoChoice c;

@@ -22,7 +22,7 @@ KeyResult HandleRunKey(RunKey key, const unsigned char* keyboardState) {
     StartupOptionsRecord& o = StartupOptions;
     KeyResult result = KeyResult::Ignored;
     DemoAccess::With([&](cLm4DDemo& demo) {
-        const bool benchmarkObject = demo.api_id == kApiOpenGL4;
+        const bool benchmarkObject = demo.amark_mode;
         result = KeyResult::Handled;
         switch (key) {
             case RunKey::Space:
@@ -48,7 +48,7 @@ KeyResult HandleRunKey(RunKey key, const unsigned char* keyboardState) {
                 else AtomicStore(o.tone_down_delay_ms, AtomicLoad(o.tone_down_delay_ms) - 1);
                 break;
             case RunKey::K: Toggle(o.render_post_fx); break;
-            default: result = KeyResult::Ignored; break;
+            default: result = demo.PanelKey(key) ? KeyResult::Handled : KeyResult::Ignored; break;
         }
     });
     return result;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "core/settings.h"
 #include "runner/demo_access.h"
 
@@ -19,7 +21,12 @@ public:
     void DrawQuad(int, int, int, int, const Color4&, unsigned short) override {}
     void Present() override {}
     void CopyKeyboardState(const unsigned char* s) override { copied = s[65]; }
+    bool PanelKey(RunKey key) override {
+        panelKeys.push_back(key);
+        return key == RunKey::F2;
+    }
     int copied = -1;
+    std::vector<RunKey> panelKeys;
 };
 
 class Keys : public ::testing::Test {
@@ -83,6 +90,7 @@ TEST_F(Keys, BenchmarkLocksAllButEscape) {
 
 TEST_F(Keys, BenchmarkObjectAndNoObject) {
     demo.api_id = 4;
+    demo.amark_mode = true;
     unsigned char state[256] = {0};
     state[65] = 0x80;
     EXPECT_EQ(HandleRunKey(RunKey::P, state), KeyResult::Handled);
@@ -96,6 +104,24 @@ TEST_F(Keys, BenchmarkObjectAndNoObject) {
     EXPECT_EQ(HandleRunKey(RunKey::I, nullptr), KeyResult::Ignored);
     EXPECT_TRUE(StartupOptions.display_visual_indicators);
     EXPECT_EQ(HandleRunKey(RunKey::Escape, nullptr), KeyResult::Close);
+}
+
+// An OpenGL 4 object that is not the benchmark (a test application) keeps
+// the stability test's keys, and the keys the run does not use reach its
+// panel.
+TEST_F(Keys, OtherOpenGL4ObjectsKeepTheirKeysAndGetThePanelKeys) {
+    demo.api_id = 4;
+    EXPECT_EQ(HandleRunKey(RunKey::Space, nullptr), KeyResult::Handled);
+    EXPECT_FALSE(demo.render_furry_object);
+    EXPECT_EQ(HandleRunKey(RunKey::NumPlus, nullptr), KeyResult::Handled);
+    EXPECT_EQ(HandleRunKey(RunKey::F2, nullptr), KeyResult::Handled);
+    EXPECT_EQ(HandleRunKey(RunKey::Other, nullptr), KeyResult::Ignored);
+    ASSERT_EQ(demo.panelKeys.size(), 2u);
+    EXPECT_EQ(demo.panelKeys[0], RunKey::F2);
+    // A benchmark run locks the panel too.
+    RunParameters.run_mode = 1;
+    EXPECT_EQ(HandleRunKey(RunKey::F2, nullptr), KeyResult::Ignored);
+    EXPECT_EQ(demo.panelKeys.size(), 2u);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/render_target.h"
+#include "platform/window3d.h"
 #include "runner/frame_verify.h"
 #include "runner/run_results.h"
 
@@ -80,6 +81,9 @@ public:
     virtual std::vector<StageResult> StageResults() const { return {}; }
     // The P key hands the benchmark object the keyboard state (256 bytes).
     virtual void CopyKeyboardState(const unsigned char* state) {}
+    // A key the run's own controls do not use, offered to an object with a
+    // parameter panel of its own (UI thread). True when it was used.
+    virtual bool PanelKey(RunKey key) { return false; }
 
     int api_id = 0;
     bool amark_mode = false;

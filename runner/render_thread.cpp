@@ -274,7 +274,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         const bool measuring = !benchmark || s.warmup_done;
         if (benchmark && s.warmup_done) {
             bool finished = s.finished;
-            if (demo->api_id == kApiOpenGL4) {
+            if (demo->amark_mode) {
                 finished = finished || demo->AmarkFinished();
             } else if (timeBased) {
                 finished = finished || s.elapsed_ms >= maxTime;
@@ -363,7 +363,7 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
     r.maxFps = s.max_fps.load();
     if (benchmarkEnded) {
         drawn.Drain(false);
-        if (demo->api_id == kApiOpenGL4) {
+        if (demo->amark_mode) {
             demo->LogStageResults();
             // An infinite or oversized score (every sub-score 0) has no
             // whole-number form: the scores row then holds 0.

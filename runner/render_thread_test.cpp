@@ -348,6 +348,20 @@ TEST_F(RenderThread, BenchmarkObjectEndsItselfAndScores) {
     EXPECT_EQ(host.closes, 1);
 }
 
+// An OpenGL 4 test application is not the benchmark: its run ends by the
+// clock and scores its frames, whatever the object would say.
+TEST_F(RenderThread, OpenGL4TestApplicationEndsByItsTimeLimit) {
+    StartupOptions.test3d = 2201;
+    host.frameMs = [](int) { return 10u; };
+    host.setup = [](FakeDemo& d) { d.amarkFinishedAt = 5; };
+    Run();
+    EXPECT_EQ(host.created, DemoClass::TestAppGL4);
+    EXPECT_EQ(std::string(current_test_name), "GF OC Test (GL4)");
+    EXPECT_EQ(RunStats.benchmark_frames.load(), 1000u);
+    EXPECT_EQ(RunStats.score.load(), 1000);
+    EXPECT_EQ(std::find(host.calls.order.begin(), host.calls.order.end(), "LogStageResults"), host.calls.order.end());
+}
+
 TEST_F(RenderThread, DemoAccessSeesTheObjectOnlyWhileItRuns) {
     RunParameters.run_mode = 2;
     bool seenDuring = false;

@@ -115,6 +115,11 @@ RunKey Translate(const SDL_Keysym& k) {
         case SDLK_KP_PLUS: return RunKey::NumPlus;
         case SDLK_KP_MINUS: return RunKey::NumMinus;
         case SDLK_k: return RunKey::K;
+        case SDLK_F2: return RunKey::F2;
+        case SDLK_UP: return RunKey::Up;
+        case SDLK_DOWN: return RunKey::Down;
+        case SDLK_LEFT: return RunKey::Left;
+        case SDLK_RIGHT: return RunKey::Right;
         default: return RunKey::Other;
     }
 }

@@ -41,6 +41,11 @@ RunKey Translate(WPARAM vk) {
         case VK_ADD: return RunKey::NumPlus;
         case VK_SUBTRACT: return RunKey::NumMinus;
         case 'K': return RunKey::K;
+        case VK_F2: return RunKey::F2;
+        case VK_UP: return RunKey::Up;
+        case VK_DOWN: return RunKey::Down;
+        case VK_LEFT: return RunKey::Left;
+        case VK_RIGHT: return RunKey::Right;
         default: return RunKey::Other;
     }
 }

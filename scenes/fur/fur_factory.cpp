@@ -21,6 +21,11 @@ std::unique_ptr<cLm4DDemo> CreateFurDemo(DemoClass demoClass) {
         case DemoClass::D3D10: gEventLog.Write("Direct3D 10 is available in the Windows build only."); break;
         case DemoClass::D3D11: gEventLog.Write("Direct3D 11 is available in the Windows build only."); break;
 #endif
+        case DemoClass::TestAppGL2:
+        case DemoClass::TestAppGL3:
+        case DemoClass::TestAppGL4:
+            gEventLog.Write("The test applications' scenes are made by the selected application, not the fur factory.");
+            break;
     }
     return nullptr;
 }
