@@ -25,7 +25,7 @@ case "$mode" in
         tests=("$@"); [ ${#tests[@]} -gt 0 ] || tests=(platform_tests data_tests core_tests monitor_tests render_tests
                                                           sim_tests runner_tests hud_tests fur_tests audio_tests app_tests launcher_tests
                                                           amark_tests) ;;
-  asan-e2e) dir=build-fuzz; pattern=${1:-^e2e_(shell|runner|fur|monitor)$}; tests=(ardentium data_images) ;;
+  asan-e2e) dir=build-fuzz; pattern=${1:-^e2e_(shell|runner|fur|monitor)$}; tests=(ardentium data_images incomplete_adata) ;;
   *) echo "usage: fuzz/sanitized-tests.sh tsan|asan [TEST...] | asan-e2e [REGEX]" >&2; exit 2 ;;
 esac
 command -v clang++ > /dev/null || { echo "needs clang (Debian packages clang, libclang-rt-14-dev)" >&2; exit 1; }
