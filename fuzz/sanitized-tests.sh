@@ -23,7 +23,7 @@ case "$mode" in
         tests=("$@"); [ ${#tests[@]} -gt 0 ] || tests=(sim_tests runner_tests monitor_tests core_tests audio_tests) ;;
   asan) dir=build-fuzz; sanitize="address;undefined"
         tests=("$@"); [ ${#tests[@]} -gt 0 ] || tests=(platform_tests data_tests core_tests monitor_tests render_tests
-                                                          sim_tests runner_tests hud_tests fur_tests audio_tests app_tests launcher_tests
+                                                          sim_tests runner_tests hud_tests fur_tests audio_tests app_tests launcher_tests http_tests
                                                           amark_tests) ;;
   asan-e2e) dir=build-fuzz; pattern=${1:-^e2e_(shell|runner|fur|monitor)$}; tests=(ardentium data_images incomplete_adata) ;;
   *) echo "usage: fuzz/sanitized-tests.sh tsan|asan [TEST...] | asan-e2e [REGEX]" >&2; exit 2 ;;

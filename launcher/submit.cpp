@@ -18,6 +18,7 @@ std::string FirstLine(const std::string& text) {
 }  // namespace
 
 Submission::~Submission() {
+    cancel_ = true;
     if (worker_.joinable()) worker_.join();
 }
 
@@ -31,7 +32,7 @@ bool Submission::Start(const std::string& url, const std::string& body) {
     state_ = State::Sending;
     gEventLog.Write("%s: sending to [%s].", what_, url.c_str());
     worker_ = std::thread([this, url, body] {
-        platform::HttpReply reply = platform::HttpPost(url, body, "application/json", kTimeoutMs);
+        platform::HttpReply reply = platform::HttpPost(url, body, "application/json", kTimeoutMs, &cancel_);
         if (!reply.answered) {
             Finish(State::Failed, std::string(what_) + " failed: " + reply.error + ".");
         } else if (reply.status < 200 || reply.status > 299) {

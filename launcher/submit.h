@@ -25,6 +25,7 @@ public:
     // "Score submission failed: HTTP 500 ...".
     std::string Text() const;
     // Back to Idle for the next run's dialog; a POST under way is left to finish.
+    // (The destructor, at exit, cancels one instead of waiting its time-out.)
     void Reset();
 
 private:
@@ -32,6 +33,7 @@ private:
 
     const char* what_;
     std::atomic<State> state_{State::Idle};
+    std::atomic<bool> cancel_{false};  // the program is closing: a POST under way gives up
     mutable std::mutex lock_;
     std::string text_;
     std::thread worker_;

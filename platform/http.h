@@ -2,6 +2,7 @@
 // the server answers or the time-out passes: call it from a worker thread.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 namespace platform {
@@ -13,6 +14,10 @@ struct HttpReply {
     std::string error;      // why there was no answer (refused, time-out, bad address...)
 };
 
-HttpReply HttpPost(const std::string& url, const std::string& body, const char* contentType, int timeoutMs);
+// `cancel`, when given and set by another thread, ends the wait within about
+// a second with the error "cancelled" (libcurl; on Windows only the time-out
+// ends it).
+HttpReply HttpPost(const std::string& url, const std::string& body, const char* contentType, int timeoutMs,
+                   const std::atomic<bool>* cancel = nullptr);
 
 }  // namespace platform

@@ -19,9 +19,16 @@ size_t Collect(char* data, size_t size, size_t count, void* user) {
     return n;
 }
 
+// libcurl asks at least once a second, also while it waits for the server.
+int Progress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    const std::atomic<bool>* cancel = static_cast<const std::atomic<bool>*>(user);
+    return cancel && cancel->load() ? 1 : 0;
+}
+
 }  // namespace
 
-HttpReply HttpPost(const std::string& url, const std::string& body, const char* contentType, int timeoutMs) {
+HttpReply HttpPost(const std::string& url, const std::string& body, const char* contentType, int timeoutMs,
+                   const std::atomic<bool>* cancel) {
     static std::once_flag once;
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
     HttpReply reply;
@@ -45,12 +52,19 @@ HttpReply HttpPost(const std::string& url, const std::string& body, const char* 
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, Collect);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &reply.body);
     curl_easy_setopt(curl, CURLOPT_USERAGENT, "Ardentium");
+    if (cancel) {
+        curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, Progress);
+        curl_easy_setopt(curl, CURLOPT_XFERINFODATA, const_cast<std::atomic<bool>*>(cancel));
+        curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    }
     CURLcode rc = curl_easy_perform(curl);
     if (rc == CURLE_OK) {
         long status = 0;
         curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
         reply.answered = true;
         reply.status = static_cast<int>(status);
+    } else if (rc == CURLE_ABORTED_BY_CALLBACK) {
+        reply.error = "cancelled";
     } else {
         reply.error = errorText[0] ? errorText : curl_easy_strerror(rc);
     }

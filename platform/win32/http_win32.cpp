@@ -50,7 +50,8 @@ struct Handle {
 
 }  // namespace
 
-HttpReply HttpPost(const std::string& url, const std::string& body, const char* contentType, int timeoutMs) {
+HttpReply HttpPost(const std::string& url, const std::string& body, const char* contentType, int timeoutMs,
+                   const std::atomic<bool>* /*cancel: WinHTTP's blocking calls end by their time-out only*/) {
     HttpReply reply;
     std::wstring wurl = Wide(url);
     URL_COMPONENTS parts = {};
