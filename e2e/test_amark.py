@@ -189,7 +189,10 @@ class AmarkRuns(E2ETest):
         checks = {
             0: [("warm fur in the middle", warm, centre, 200)],
             1: [("blue and yellow spheres", blue, whole, 100), ("yellow sphere", red_or_yellow, whole, 100)],
-            2: [("fluid particles", blue, whole, 40), ("the flag", red_or_yellow, whole, 15)],
+            # The flag flaps in a wind the simulation steps on its own clock:
+            # seen edge-on at the screenshot's moment it shows only a few
+            # dozen pixels (44 to 70 here, 14 once on a loaded machine).
+            2: [("fluid particles", blue, whole, 40), ("the flag", red_or_yellow, whole, 5)],
             3: [("asteroids", grey_rock, whole, 1500)],
             4: [("fluid particles", blue, whole, 40), ("spheres", red_or_yellow, whole, 100),
                 ("fur window", warm, (2 * W // 3, 0, W, H // 3), 20)],
