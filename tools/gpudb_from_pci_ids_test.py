@@ -1,5 +1,4 @@
 """The PCI id list importer picks GPUs only, names them as the database does, and its rows pass the generator."""
-import importlib.util
 import os
 import subprocess
 import sys
@@ -9,9 +8,8 @@ import unittest
 HERE = os.path.dirname(os.path.abspath(__file__))
 TOOL = os.path.join(HERE, "gpudb_from_pci_ids.py")
 GEN = os.path.join(HERE, "..", "monitor", "gen_gpudb.py")
-spec = importlib.util.spec_from_file_location("importer", TOOL)
-imp = importlib.util.module_from_spec(spec)
-spec.loader.exec_module(imp)
+sys.path.insert(0, HERE)
+import gpudb_from_pci_ids as imp  # noqa: E402  (the tool beside this test)
 
 HEADER = imp.HEADER + "\n"
 # A cut of the list's layout: vendors, devices (one tab), subsystems (two tabs), then the classes.

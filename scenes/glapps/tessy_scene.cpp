@@ -93,8 +93,8 @@ const char* const kSphereFragment =
     "in vec3 wPos; in vec3 wNormal; in vec3 dir; out vec4 fragColor; uniform vec3 baseColor;\n"
     "void main() {\n"
     "  vec3 n = normalize(wNormal); vec3 l = -lightDir; vec3 v = normalize(eye - wPos);\n"
-    "  float diff = max(dot(n, l), 0.0); float spec = pow(max(dot(reflect(-l, n), v), 0.0), 40.0);\n"
-    "  vec3 c = baseColor * (0.2 + 0.8 * diff) + vec3(0.6) * spec;\n"
+    "  float diff = max(dot(n, l), 0.0); float highlight = pow(max(dot(reflect(-l, n), v), 0.0), 40.0);\n"
+    "  vec3 c = baseColor * (0.2 + 0.8 * diff) + vec3(0.6) * highlight;\n"
     "  fragColor = vec4(c, 1.0);\n"
     "}\n";
 
