@@ -50,6 +50,10 @@ Mesh MakeTorus(float ringRadius, float tubeRadius, int segments);
 // degenerate ones. Empty when radius <= 0, slices < 3 or stacks < 2.
 Mesh MakeSphere(float radius, int slices, int stacks);
 
+// A unit icosahedron, positions only (x, y, z per corner) and 20 triangles:
+// the coarse sphere a tessellator refines.
+void Icosahedron(std::vector<float>* positions, std::vector<uint32_t>* indices);
+
 // An axis-aligned box sx by sy by sz about the origin, each face split into
 // subdivisions x subdivisions quads with its own vertices (flat face
 // normals, u and v from 0 to 1 across each face). Empty when a size is not

@@ -269,3 +269,14 @@ TEST(MeshFromArrays, CopiesAndValidates) {
     EXPECT_TRUE(MeshFromArrays(v, 0, f, 1).empty());
     EXPECT_TRUE(MeshFromArrays(v, 3, f, 0).empty());
 }
+
+TEST(Icosahedron, TwelveUnitCornersAndTwentyTriangles) {
+    std::vector<float> p;
+    std::vector<uint32_t> idx;
+    Icosahedron(&p, &idx);
+    ASSERT_EQ(p.size(), 36u);
+    for (size_t i = 0; i < 12; ++i)
+        EXPECT_NEAR(std::sqrt(p[i * 3] * p[i * 3] + p[i * 3 + 1] * p[i * 3 + 1] + p[i * 3 + 2] * p[i * 3 + 2]), 1.0, 1e-6);
+    ASSERT_EQ(idx.size(), 60u);
+    for (uint32_t v : idx) EXPECT_LT(v, 12u);
+}

@@ -52,19 +52,6 @@ const StageSphere kTessSpheres[] = {
     {-6.5f, 0.9f, 5.5f, 0.9f, 0.6f, 0.5f, 0.3f},   {6.5f, 1.1f, 6.0f, 1.1f, 0.4f, 0.4f, 0.9f},
 };
 
-// An icosahedron: the coarse sphere the tessellator refines.
-void Icosahedron(std::vector<float>* positions, std::vector<uint32_t>* indices) {
-    const float t = (1.0f + std::sqrt(5.0f)) / 2.0f;
-    const float v[12][3] = {{-1, t, 0}, {1, t, 0}, {-1, -t, 0}, {1, -t, 0}, {0, -1, t}, {0, 1, t},
-                            {0, -1, -t}, {0, 1, -t}, {t, 0, -1}, {t, 0, 1}, {-t, 0, -1}, {-t, 0, 1}};
-    for (const auto& p : v) {
-        const m3d::Vec3 n = m3d::Normalize(m3d::Vec3{p[0], p[1], p[2]});
-        positions->insert(positions->end(), {n.x, n.y, n.z});
-    }
-    *indices = {0, 11, 5, 0, 5, 1, 0, 1, 7, 0, 7, 10, 0, 10, 11, 1, 5, 9, 5, 11, 4, 11, 10, 2, 10, 7, 6, 7, 1, 8,
-                3, 9, 4, 3, 4, 2, 3, 2, 6, 3, 6, 8, 3, 8, 9, 4, 9, 5, 2, 4, 11, 6, 2, 10, 8, 6, 7, 9, 8, 1};
-}
-
 }  // namespace
 
 cLm4DDemo_OpenGL_4::~cLm4DDemo_OpenGL_4() { Terminate(); }

@@ -11,6 +11,7 @@
 #include "core/event_log.h"
 #include "core/settings.h"
 #include "render/math3d.h"
+#include "render/mesh.h"
 #include "scenes/glapps/glapp_scenes.h"
 
 namespace glapps {
@@ -131,18 +132,6 @@ GLuint Build(gl4::Api& api, const char* eval, const char* fragment) {
     const std::string v = Join({kCommon, kVertex}), c = Join({kCommon, kControl}), e = Join({kCommon, eval}),
                       f = Join({kCommon, kShadow, fragment});
     return gl4::BuildStagedProgram(v.c_str(), c.c_str(), e.c_str(), f.c_str(), {{0, "In_Position"}});
-}
-
-void Icosahedron(std::vector<float>* positions, std::vector<uint32_t>* indices) {
-    const float t = (1.0f + std::sqrt(5.0f)) / 2.0f;
-    const float v[12][3] = {{-1, t, 0}, {1, t, 0}, {-1, -t, 0}, {1, -t, 0}, {0, -1, t}, {0, 1, t},
-                            {0, -1, -t}, {0, 1, -t}, {t, 0, -1}, {t, 0, 1}, {-t, 0, -1}, {-t, 0, 1}};
-    for (const auto& p : v) {
-        const m3d::Vec3 n = m3d::Normalize(m3d::Vec3{p[0], p[1], p[2]});
-        positions->insert(positions->end(), {n.x, n.y, n.z});
-    }
-    *indices = {0, 11, 5, 0, 5, 1, 0, 1, 7, 0, 7, 10, 0, 10, 11, 1, 5, 9, 5, 11, 4, 11, 10, 2, 10, 7, 6, 7, 1, 8,
-                3, 9, 4, 3, 4, 2, 3, 2, 6, 3, 6, 8, 3, 8, 9, 4, 9, 5, 2, 4, 11, 6, 2, 10, 8, 6, 7, 9, 8, 1};
 }
 
 }  // namespace
