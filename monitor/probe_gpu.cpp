@@ -7,12 +7,11 @@
 
 #if defined(_WIN32)
 #include <windows.h>
-#else
-#include <sys/utsname.h>
 #endif
 
 #include "monitor/gpu_db.h"
 #include "monitor/probe_log.h"
+#include "monitor/vendor_backend.h"
 #include "platform/platform.h"
 
 namespace ProbeGPU {
@@ -24,23 +23,6 @@ namespace {
 std::atomic<Root*> gRoot{nullptr};
 ContextFactory gContextFactory = nullptr;
 DisplayEnumerator gDisplayEnumerator = nullptr;
-
-// Which source each adapter row came from (Linux): its DRM device, its
-// NVML device, its sysfs sensor device; -1 for none.
-struct RowSource {
-    int drm = -1;
-    int nvml = -1;
-    int sysfs = -1;
-};
-std::vector<RowSource> gRowSources;
-int gDisplayRow = -1;
-
-// Windows driver facts of the chosen adapter, read from its registry key.
-struct RegistryDriverFacts {
-    std::string driverVersion, driverDate, catalystVersion, packagingVersion;
-    uint32_t memorySize = 0;
-};
-RegistryDriverFacts gRegistryDriver;
 
 // A database row for a device ID that several boards share names the family
 // ("... Series"), and a row from the PCI id lists may know only the chip
@@ -61,30 +43,6 @@ bool EnumWindowsDisplayDevice(int i, DisplayDeviceRecord* out) {
     return true;
 }
 
-// "\Registry\Machine\System\..." -> "System\..." under HKEY_LOCAL_MACHINE.
-std::string MachineRelativeKey(const std::string& key) {
-    static const char kPrefix[] = "\\registry\\machine\\";
-    const size_t n = sizeof kPrefix - 1;
-    if (key.size() > n) {
-        std::string head = key.substr(0, n);
-        std::transform(head.begin(), head.end(), head.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        if (head == kPrefix) return key.substr(n);
-    }
-    return key;
-}
-#endif
-
-#if !defined(_WIN32)
-// The renderer text without the driver's decorations: "NVIDIA GeForce RTX
-// 4090/PCIe/SSE2" and Mesa's "AMD Radeon RX 6800 XT (navi21, LLVM ...)".
-std::string CleanRenderer(const std::string& r) {
-    size_t cut = r.size();
-    for (const char* tail : {"/PCIe", "/PCI", "/AGP", "/SSE", " ("}) {
-        size_t p = r.find(tail);
-        if (p != std::string::npos && p > 0 && p < cut) cut = p;
-    }
-    return r.substr(0, cut);
-}
 #endif
 
 void CopyText(char* dst, size_t size, const std::string& s) { CopyFixed(dst, size, s.c_str()); }
@@ -173,16 +131,17 @@ void HardwareCaps::_readDisplayDeviceData() {
     m_display_device_name[0] = m_display_device_string[0] = m_display_device_id_string[0] = '\0';
     ids = PciIdFields();
     adapters.Clear();
-    gRowSources.clear();
-    gDisplayRow = -1;
+    rowSources.clear();
+    displayRow = -1;
 #if defined(_WIN32)
     EnumerateDisplayDevices(gDisplayEnumerator ? gDisplayEnumerator : &EnumWindowsDisplayDevice, &adapters);
     if (adapters.count() > 0) {
         const DisplayAdapterEntry& e = adapters.row(0);
-        gDisplayRow = 0;
+        displayRow = 0;
         ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
     }
 #else
+    adapterNamesGeneric = true;
     drmDevices = sysfs::EnumerateDrmDevices(sysfs::Root());
     // The display device is a GPU of a maker with sensors (the boot VGA
     // device first), not the management controller's frame buffer of a
@@ -218,12 +177,12 @@ void HardwareCaps::_readDisplayDeviceData() {
         if (static_cast<size_t>(adapters.count()) > before) {
             RowSource src;
             src.drm = static_cast<int>(i);
-            gRowSources.push_back(src);
+            rowSources.push_back(src);
         }
     }
     if (adapters.count() > 0) {
         const DisplayAdapterEntry& e = adapters.row(0);
-        gDisplayRow = 0;
+        displayRow = 0;
         int cls = VendorClassOf(static_cast<int>(drmDevices[0].vendor));
         const GpuDatabaseEntry* row = DatabaseRow(
             cls, DatabaseLookup(cls, static_cast<int>(drmDevices[0].device), static_cast<int>(drmDevices[0].subsystemVendor),
@@ -239,81 +198,7 @@ void HardwareCaps::_queryCPUInfo() {
     osName = OperatingSystemName();
 }
 
-void HardwareCaps::NVAPI_Init() { nvapi.Init(NvapiBackend::LibraryName(), NvapiBackend::kNvcplLibrary); }
-
-void HardwareCaps::ATI_Init() {
-    gProbeLog.Write("ATI_Init() START");
-    adl.Init(AdlBackend::LibraryNames());
-    gProbeLog.Write("AtiMultiGPUAdapters = %d", adl.count());
-    gProbeLog.Write("ATI_Init() END OK.");
-}
-
-void HardwareCaps::NVML_Init() {
-    if (!nvml.Init(NvmlBackend::LibraryName())) return;
-    for (int i = 0; i < nvml.count(); ++i) {
-        const NvmlBackend::Device& nd = nvml.device(i);
-        int row = -1;
-        for (size_t r = 0; r < gRowSources.size(); ++r) {
-            const RowSource& src = gRowSources[r];
-            if (src.drm < 0 || src.nvml >= 0) continue;
-            const sysfs::DrmDevice& d = drmDevices[static_cast<size_t>(src.drm)];
-            bool sameSlot = !nd.pciSlot.empty() && !d.pciSlot.empty() && nd.pciSlot == d.pciSlot;
-            bool sameIds = (nd.pciSlot.empty() || d.pciSlot.empty()) && d.vendor == nd.vendor && d.device == nd.device;
-            if (sameSlot || sameIds) {
-                row = static_cast<int>(r);
-                break;
-            }
-        }
-        if (row < 0) {
-            // A GPU the kernel shows no display device for (a compute board
-            // without the DRM driver): it still gets its row.
-            DisplayDeviceRecord rec{"nvml" + std::to_string(i), nd.name,
-                                    FormatPnpIdString(nd.vendor, nd.device, nd.subsystemVendor, nd.subsystemDevice, 0), ""};
-            int before = adapters.count();
-            adapters.Append(rec);
-            if (adapters.count() == before) continue;
-            gRowSources.push_back(RowSource());
-            row = adapters.count() - 1;
-        } else {
-            // NVML's own name beats a generic text.
-            int cls = VendorClassOf(static_cast<int>(nd.vendor));
-            const GpuDatabaseEntry* db = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(nd.device), static_cast<int>(nd.subsystemVendor),
-                                                                            static_cast<int>(nd.subsystemDevice)));
-            if ((!db || NamesAFamily(db->fullName)) && !nd.name.empty())
-                CopyFixed(adapters.mutableRow(row).deviceString, 128, nd.name.c_str());
-        }
-        gRowSources[static_cast<size_t>(row)].nvml = i;
-    }
-    if (!displayDeviceFound && adapters.count() > 0) {
-        const DisplayAdapterEntry& e = adapters.row(0);
-        gDisplayRow = 0;
-        ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
-    } else if (displayDeviceFound && gDisplayRow >= 0 && !descriptionFromDatabase) {
-        CopyFixed(m_display_device_string, sizeof m_display_device_string, adapters.row(gDisplayRow).deviceString);
-    }
-}
-
-void HardwareCaps::SYSFS_Init() {
-    std::vector<sysfs::DrmDevice> sensorDevices;
-    for (size_t r = 0; r < gRowSources.size(); ++r) {
-        RowSource& src = gRowSources[r];
-        if (src.drm < 0 || src.nvml >= 0) continue;
-        const sysfs::DrmDevice& d = drmDevices[static_cast<size_t>(src.drm)];
-        // Every driver's hwmon and sysfs files are read: amdgpu, radeon,
-        // i915 and xe, and any other device with a hwmon folder, such as an
-        // NVIDIA board that NVML does not serve (nouveau, the open kernel
-        // module without its library). What a driver does not offer simply
-        // fails to read; a device with nothing to read has no interface.
-        if (d.vendor != kPciVendorAmd && d.vendor != kPciVendorIntel && d.hwmonDir.empty()) continue;
-        src.sysfs = static_cast<int>(sensorDevices.size());
-        sensorDevices.push_back(d);
-        gProbeLog.Write("SYSFS - GPU %d: %04X-%04X driver %s, hwmon %s", src.sysfs, d.vendor, d.device,
-                        d.driver.empty() ? "?" : d.driver.c_str(), d.hwmonDir.empty() ? "none" : d.hwmonDir.c_str());
-    }
-    sysfs.reset(new SysfsBackend(sensorDevices));
-}
-
-void HardwareCaps::init() {
+void HardwareCaps::init(Root& root) {
     gProbeLog.Write("HardwareCaps::init() - START");
     _readDisplayDeviceData();
     tuningVoltageScale = 1.1f;
@@ -325,31 +210,7 @@ void HardwareCaps::init() {
     gProbeLog.Write("HardwareCaps::init() - _queryCPUInfo()");
     _queryCPUInfo();
     gProbeLog.Write("HardwareCaps::init() - _queryCPUInfo() OK.");
-#if defined(_WIN32)
-    gProbeLog.Write("HardwareCaps::init() - NVAPI_Init()");
-    NVAPI_Init();
-    gProbeLog.Write("HardwareCaps::init() - NVAPI_Init() OK.");
-    gProbeLog.Write("HardwareCaps::init() - ATI_Init()");
-    ATI_Init();
-    gProbeLog.Write("HardwareCaps::init() - ATI_Init() OK.");
-    // The remaining figures: the driver's own facts in its registry key.
-    if (!displayDeviceKey.empty()) {
-        std::string key = MachineRelativeKey(displayDeviceKey);
-        platform::ReadRegistryString(key.c_str(), "DriverVersion", &gRegistryDriver.driverVersion);
-        platform::ReadRegistryString(key.c_str(), "DriverDate", &gRegistryDriver.driverDate);
-        if (!platform::ReadRegistryString(key.c_str(), "Catalyst_Version", &gRegistryDriver.catalystVersion))
-            platform::ReadRegistryString(key.c_str(), "RadeonSoftwareVersion", &gRegistryDriver.catalystVersion);
-        platform::ReadRegistryString(key.c_str(), "ReleaseVersion", &gRegistryDriver.packagingVersion);
-        platform::ReadRegistryDword(key.c_str(), "HardwareInformation.MemorySize", &gRegistryDriver.memorySize);
-    }
-#else
-    gProbeLog.Write("HardwareCaps::init() - NVML_Init()");
-    NVML_Init();
-    gProbeLog.Write("HardwareCaps::init() - NVML_Init() OK.");
-    gProbeLog.Write("HardwareCaps::init() - SYSFS_Init()");
-    SYSFS_Init();
-    gProbeLog.Write("HardwareCaps::init() - SYSFS_Init() OK.");
-#endif
+    OpenStage(root, DiscoveryStage::kInventory, ContextRequest());
     gProbeLog.Write("HardwareCaps::init() - END OK.");
 }
 
@@ -361,41 +222,13 @@ Root* getRoot() {
     r = new Root();
     r->liveObjects.push_back(r);
     gRoot.store(r, std::memory_order_release);
-    r->caps.init();
+    r->caps.init(*r);
     return r;
 }
 
 void SetContextFactoryForTests(ContextFactory factory) { gContextFactory = factory; }
+ContextFactory ContextFactoryForTests() { return gContextFactory; }
 void SetDisplayEnumeratorForTests(DisplayEnumerator enumerator) { gDisplayEnumerator = enumerator; }
-
-namespace {
-
-void AdoptRendererAsDisplayDevice(HardwareCaps& caps, const ProbeGPUnm::GlCaps& gl) {
-    if (gl.renderer.empty()) return;
-    if (!caps.displayDeviceFound) {
-        // No PCI view of the display at all (a virtual machine, a software
-        // renderer): the OpenGL renderer is the display device.
-        DisplayDeviceRecord rec{"OpenGL", gl.renderer, "", ""};
-        caps.adapters.Append(rec);
-        gRowSources.push_back(RowSource());
-        gDisplayRow = caps.adapters.count() - 1;
-        caps.ChooseDisplayDevice(rec);
-        return;
-    }
-#if !defined(_WIN32)
-    // A row named only generically (or by a database row several boards
-    // share) takes the renderer's name when the renderer is that maker's.
-    if (!caps.descriptionFromDatabase && gDisplayRow >= 0 && PciVendorOfGlVendor(gl.vendor) == caps.ids.vendor) {
-        std::string name = CleanRenderer(gl.renderer);
-        if (!name.empty()) {
-            CopyFixed(caps.m_display_device_string, sizeof caps.m_display_device_string, name.c_str());
-            CopyFixed(caps.adapters.mutableRow(gDisplayRow).deviceString, 128, name.c_str());
-        }
-    }
-#endif
-}
-
-}  // namespace
 
 bool startup(int x, int y, int width, int height, int opt1, int opt2, int opt3) {
     gProbeLog.Write("ProbeGPU::startup()");
@@ -404,37 +237,15 @@ bool startup(int x, int y, int width, int height, int opt1, int opt2, int opt3) 
     if (!root->window) return false;
     HardwareCaps& caps = root->caps;
     if (!root->contextUsable) {
-        gProbeLog.Write("ProbeGPU::startup() - ProbeGPU_DummyW");
-        ProbeGPUnm::GlCaps gl;
-        bool ok;
-        if (gContextFactory) {
-            ok = gContextFactory(x, y, width, height, opt1, opt2, opt3, &gl);
-        } else {
-            ok = root->window->Create(x, y, width, height, opt1, opt2, opt3);
-            if (ok) gl = root->window->caps();
-            else gProbeLog.Write("ProbeGPU::startup() - ProbeGPU_DummyW failed: %s", root->window->failure().c_str());
-        }
-        if (!ok) return false;
-        gProbeLog.Write("ProbeGPU::startup() - ProbeGPU_DummyW OK.");
-        root->contextUsable = true;
-        CopyText(gGlobals.gl_renderer, sizeof gGlobals.gl_renderer, gl.renderer);
-        CopyText(gGlobals.gl_vendor, sizeof gGlobals.gl_vendor, gl.vendor);
-        CopyText(gGlobals.gl_version_string, sizeof gGlobals.gl_version_string, gl.version);
-        gGlobals.gl_major = gl.major;
-        gGlobals.gl_minor = gl.minor;
-        gGlobals.gl_max_texture_size = gl.maxTextureSize;
-        gGlobals.gl_max_viewport_width = gl.maxViewportWidth;
-        gGlobals.gl_max_viewport_height = gl.maxViewportHeight;
-        gGlobals.gl_max_3d_texture_size = gl.max3DTextureSize;
-        gGlobals.gl_max_texture_units = gl.maxTextureImageUnits;
-        gGlobals.gl_max_samples = gl.maxSamples;
-        gGlobals.gl_max_tess_level = gl.maxTessLevel;
-        std::memcpy(caps.capabilities, gl.caps, sizeof caps.capabilities);
-        // Kept for the scan's video memory fallback.
-        root->liveObjects.push_back(root->window.get());
-        gGlobals.video_memory_mb = gl.videoMemoryMB;
-        gGlobals.vista = caps.osName.find("Vista") != std::string::npos;
-        AdoptRendererAsDisplayDevice(caps, gl);
+        ContextRequest request;
+        request.x = x;
+        request.y = y;
+        request.width = width;
+        request.height = height;
+        request.opt1 = opt1;
+        request.opt2 = opt2;
+        request.opt3 = opt3;
+        if (!OpenStage(*root, DiscoveryStage::kContext, request)) return false;
 
         gProbeLog.Write("ProbeGPU::startup() - PhysX info");
         uint32_t physx = 0;
@@ -453,8 +264,6 @@ bool startup(int x, int y, int width, int height, int opt1, int opt2, int opt3) 
     return result;
 }
 
-namespace {
-
 void FillSlotFromDatabase(GpuSlot* s) {
     int cls = VendorClassOf(s->pciVendor);
     const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, s->pciDevice, s->subsystemVendor, s->subsystemDevice));
@@ -465,7 +274,6 @@ void FillSlotFromDatabase(GpuSlot* s) {
     if (s->name.empty()) s->name = row->fullName;
 }
 
-#if defined(_WIN32)
 int MatchAdapterRow(const HardwareCaps& caps, int vendor, int device, int subsystem) {
     int fallback = -1;
     for (int r = 0; r < caps.adapters.count(); ++r) {
@@ -476,53 +284,24 @@ int MatchAdapterRow(const HardwareCaps& caps, int vendor, int device, int subsys
     }
     return fallback;
 }
-#endif
 
+namespace {
+
+// The GPU list: a vendor interface that serves the display's maker lists
+// them all (Windows); otherwise one GPU per adapter row whose source is
+// known (Linux), read by the back-end that claims the row; failing both, the
+// display device alone, without a sensor interface.
 void BuildGpuList(Root* root) {
     HardwareCaps& caps = root->caps;
     root->gpus.clear();
-#if defined(_WIN32)
-    if (caps.vendorClass == kVendorNvidia && caps.nvapi.count() > 0) {
-        for (int i = 0; i < caps.nvapi.count(); ++i) {
-            const NvapiBackend::Gpu& g = caps.nvapi.gpu(i);
-            GpuSlot s;
-            s.name = g.name;
-            s.pciVendor = static_cast<int>(g.vendor);
-            s.pciDevice = static_cast<int>(g.device);
-            s.subsystemVendor = static_cast<int>(g.subsystem & 0xFFFF);
-            s.subsystemDevice = static_cast<int>(g.subsystem >> 16);
-            s.backend = &caps.nvapi;
-            s.backendIndex = i;
-            s.adapterRow = MatchAdapterRow(caps, s.pciVendor, s.pciDevice, static_cast<int>(g.subsystem));
-            s.driverVersion = caps.nvapi.DriverDisplayText();
-            FillSlotFromDatabase(&s);
-            root->gpus.push_back(s);
-        }
-    } else if (caps.vendorClass == kVendorAmd && caps.adl.count() > 0) {
-        for (int i = 0; i < caps.adl.count(); ++i) {
-            const AdlBackend::Gpu& g = caps.adl.gpu(i);
-            PciIdFields f = ParsePnpIdString(g.pnpId.c_str());
-            GpuSlot s;
-            s.name = g.name;
-            s.pciVendor = g.vendor;
-            s.pciDevice = g.device;
-            s.subsystemVendor = f.subsystemVendor();
-            s.subsystemDevice = f.subsystemDevice();
-            s.backend = &caps.adl;
-            s.backendIndex = i;
-            s.adapterRow = MatchAdapterRow(caps, g.vendor, g.device, f.subsystem);
-            s.driverVersion = gRegistryDriver.catalystVersion;
-            FillSlotFromDatabase(&s);
-            root->gpus.push_back(s);
-        }
-    }
-#else
-    for (size_t r = 0; r < gRowSources.size() && static_cast<int>(r) < caps.adapters.count(); ++r) {
-        const RowSource& src = gRowSources[r];
+    ListGpus(*root, &root->gpus);
+    if (!root->gpus.empty()) return;
+    for (size_t r = 0; r < caps.rowSources.size() && static_cast<int>(r) < caps.adapters.count(); ++r) {
+        const RowSource& src = caps.rowSources[r];
         const DisplayAdapterEntry& row = caps.adapters.row(static_cast<int>(r));
         PciIdFields f = ParsePnpIdString(row.deviceId);
         bool knownMaker = f.vendor == kPciVendorNvidia || f.vendor == kPciVendorAmd || f.vendor == kPciVendorIntel;
-        if (!knownMaker && static_cast<int>(r) != gDisplayRow) continue;
+        if (!knownMaker && static_cast<int>(r) != caps.displayRow) continue;
         GpuSlot s;
         s.pciVendor = f.vendor;
         s.pciDevice = f.device;
@@ -530,25 +309,14 @@ void BuildGpuList(Root* root) {
         s.subsystemDevice = f.subsystemDevice();
         s.adapterRow = static_cast<int>(r);
         s.name = row.deviceString;
-        if (src.nvml >= 0) {
-            s.backend = &caps.nvml;
-            s.backendIndex = src.nvml;
-            if (!caps.nvml.device(src.nvml).name.empty()) s.name = caps.nvml.device(src.nvml).name;
-            s.driverVersion = caps.nvml.driverVersion();
-        } else if (src.sysfs >= 0 && caps.sysfs) {
-            s.backend = caps.sysfs.get();
-            s.backendIndex = src.sysfs;
-            s.driverVersion = caps.sysfs->DriverText(src.sysfs);
-        } else if (src.drm >= 0 && static_cast<size_t>(src.drm) < caps.drmDevices.size()) {
+        if (!ClaimRow(*root, static_cast<int>(r), &s) && src.drm >= 0 && static_cast<size_t>(src.drm) < caps.drmDevices.size())
             s.driverVersion = caps.drmDevices[static_cast<size_t>(src.drm)].driver;  // the kernel's driver, unread
-        }
-        if (static_cast<int>(r) == gDisplayRow && caps.m_display_device_string[0]) s.name = caps.m_display_device_string;
+        if (static_cast<int>(r) == caps.displayRow && caps.m_display_device_string[0]) s.name = caps.m_display_device_string;
         FillSlotFromDatabase(&s);
         // The display device leads the list.
-        if (static_cast<int>(r) == gDisplayRow) root->gpus.insert(root->gpus.begin(), s);
+        if (static_cast<int>(r) == caps.displayRow) root->gpus.insert(root->gpus.begin(), s);
         else root->gpus.push_back(s);
     }
-#endif
     if (root->gpus.empty()) {
         // One GPU without a sensor interface: the display device itself.
         GpuSlot s;
@@ -557,39 +325,10 @@ void BuildGpuList(Root* root) {
         s.pciDevice = caps.ids.device;
         s.subsystemVendor = caps.ids.subsystemVendor();
         s.subsystemDevice = caps.ids.subsystemDevice();
-        s.adapterRow = gDisplayRow;
+        s.adapterRow = caps.displayRow;
         FillSlotFromDatabase(&s);
         root->gpus.push_back(s);
     }
-}
-
-std::string GenericDriverVersion(const HardwareCaps& caps) {
-#if defined(_WIN32)
-    return gRegistryDriver.driverVersion;
-#else
-    // The kernel driver of the display device (with its module version where
-    // it has one), else the OpenGL vendor (a software renderer).
-    std::string driver;
-    if (!caps.drmDevices.empty() && caps.ids.vendor >= 0) driver = caps.drmDevices[0].driver;
-    if (!driver.empty()) {
-        std::string version;
-        if (sysfs::ReadSmallFile(sysfs::Root() + "/module/" + driver + "/version", &version, 128)) {
-            while (!version.empty() && (version.back() == '\n' || version.back() == ' ')) version.pop_back();
-            if (!version.empty()) driver += " " + version;
-        }
-        return driver;
-    }
-    return gGlobals.gl_vendor;
-#endif
-}
-
-std::string GenericDriverBranch() {
-#if defined(_WIN32)
-    return gRegistryDriver.driverDate;
-#else
-    struct utsname u;
-    return uname(&u) == 0 ? std::string(u.release) : std::string();
-#endif
 }
 
 }  // namespace
@@ -617,17 +356,7 @@ bool scanGraphicsHardware() {
     DriverFacts facts;
     facts.vendorClass = cls;
     facts.glVersion = gGlobals.gl_version_string;
-#if defined(_WIN32)
-    facts.nvidiaVersion = caps.nvapi.DriverVersionText();
-    facts.nvidiaBranch = caps.nvapi.branch();
-    facts.amdAdapterName = caps.adl.count() > 0 ? caps.adl.gpu(0).name : std::string();
-    facts.amdCatalyst = gRegistryDriver.catalystVersion;
-    facts.amdDriverVersion = gRegistryDriver.driverVersion;
-#else
-    facts.nvidiaVersion = caps.nvml.driverVersion();
-#endif
-    facts.genericVersion = GenericDriverVersion(caps);
-    facts.genericBranch = GenericDriverBranch();
+    CollectDriverFacts(*root, &facts);
     CopyFixed(gGlobals.driver_description, sizeof gGlobals.driver_description, DriverDescription(facts).c_str());
     gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 04");
 
@@ -641,26 +370,11 @@ bool scanGraphicsHardware() {
     gGlobals.board_power_w = row ? row->boardPowerW : 0;
     gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 05");
 
-    // Video memory. The OpenGL figure was stored at start-up; the vendor
-    // interface's own figure wins where there is one.
-    const int glMemory = gGlobals.video_memory_mb;
-    int memory = 0;
-#if defined(_WIN32)
-    if (cls == kVendorNvidia) {
-        if (caps.nvapi.count() > 0) memory = static_cast<int>(caps.nvapi.gpu(0).dedicatedKB >> 10);
-        if (memory <= 0 && glMemory > 0) memory = glMemory;
-    } else {
-        if (cls == kVendorAmd && caps.adl.count() > 0) memory = static_cast<int>(caps.adl.gpu(0).memoryMB);
-        if (memory <= 0) memory = static_cast<int>(gRegistryDriver.memorySize >> 20);
-    }
-#else
+    // Video memory: the first back-end in the registry's order that decides
+    // it (a vendor interface's own figure, the driver's, then OpenGL's).
     BuildGpuList(root);
-    {
-        int total = 0, used = 0, freeMB = 0;
-        if (readMemoryUsage(0, &total, &used, &freeMB)) memory = total;
-        if (memory <= 0 && glMemory > 0) memory = glMemory;
-    }
-#endif
+    int memory = 0;
+    DecideVideoMemory(*root, &memory);
     gGlobals.video_memory_mb = memory;
     gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 06");
 
@@ -671,14 +385,7 @@ bool scanGraphicsHardware() {
     gGlobals.pci_device_id = caps.ids.device;
     gGlobals.subsystem_vendor_id = caps.ids.subsystemVendor();
     gGlobals.subsystem_device_id = caps.ids.subsystemDevice();
-#if defined(_WIN32)
-    BuildGpuList(root);
-    if (cls == kVendorNvidia) gGlobals.vendor_api_gpu_count = caps.nvapi.count();
-    else if (cls == kVendorAmd) gGlobals.vendor_api_gpu_count = caps.adl.count();
-#else
-    if (cls == kVendorNvidia) gGlobals.vendor_api_gpu_count = caps.nvml.count();
-    else if (caps.sysfs) gGlobals.vendor_api_gpu_count = caps.sysfs->count();
-#endif
+    VendorApiGpuCount(*root, &gGlobals.vendor_api_gpu_count);
     gGlobals.gpu_count = std::max(1, static_cast<int>(root->gpus.size()));
     gProbeLog.Write("ProbeGPU::scanGraphicsHardware() - 08");
 
@@ -711,18 +418,11 @@ void shutdown() {
     if (!root) return;
     gProbeLog.Write("ProbeGPU::shutdown()");
     // Vendor libraries first (they may refer to the driver's context), then
-    // the dummy context and window.
+    // the dummy context and window: the registry lists the context last.
     root->gpus.clear();
-    root->caps.adl.Shutdown();
-    root->caps.nvapi.Shutdown();
-    root->caps.nvml.Shutdown();
-    root->caps.sysfs.reset();
-    if (root->window) root->window->Destroy();
+    CloseAll(*root);
     root->liveObjects.clear();
     delete root;
-    gRowSources.clear();
-    gDisplayRow = -1;
-    gRegistryDriver = RegistryDriverFacts();
     gGlobals = Globals();
 }
 
@@ -744,14 +444,7 @@ int getRopUnits() { return gGlobals.rop_units; }
 
 int getShaderCoreCount() {
     Root* r = gRoot.load(std::memory_order_acquire);
-    int nvidiaCores = 0;
-    if (r) {
-#if defined(_WIN32)
-        if (r->caps.nvapi.count() > 0) nvidiaCores = static_cast<int>(r->caps.nvapi.gpu(0).cores);
-#else
-        if (r->caps.nvml.count() > 0) nvidiaCores = static_cast<int>(r->caps.nvml.device(0).cores);
-#endif
-    }
+    int nvidiaCores = r ? VendorShaderCores(*r) : 0;
     // No interface the library loads reports AMD's unit count, so the AMD
     // branch of the rule falls through to the database.
     return ShaderCoreCount(VendorClassOf(gGlobals.pci_vendor_id), gGlobals.pci_device_id, nvidiaCores, 0,
@@ -781,10 +474,11 @@ bool isPhysXOnGpu() { return gGlobals.physx_on_gpu; }
 bool hasComputeShaders() { return gGlobals.gl_major > 4 || (gGlobals.gl_major == 4 && gGlobals.gl_minor >= 3); }
 
 bool getAmdDriverFacts(std::string* version, std::string* packaging, std::string* date) {
-    if (gRegistryDriver.catalystVersion.empty()) return false;
-    *version = gRegistryDriver.catalystVersion;
-    *packaging = gRegistryDriver.packagingVersion;
-    *date = gRegistryDriver.driverDate;
+    Root* r = gRoot.load(std::memory_order_acquire);
+    if (!r || r->caps.driverKey.catalystVersion.empty()) return false;
+    *version = r->caps.driverKey.catalystVersion;
+    *packaging = r->caps.driverKey.packagingVersion;
+    *date = r->caps.driverKey.driverDate;
     return true;
 }
 

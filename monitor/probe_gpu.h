@@ -28,6 +28,22 @@
 
 namespace ProbeGPU {
 
+// Which source each adapter row came from (Linux): its DRM device, its
+// NVML device, its sysfs sensor device; -1 for none.
+struct RowSource {
+    int drm = -1;
+    int nvml = -1;
+    int sysfs = -1;
+};
+
+// Windows driver facts of the chosen adapter, read from its registry key.
+struct DriverKeyFacts {
+    std::string driverVersion, driverDate, catalystVersion, packagingVersion;
+    uint32_t memorySize = 0;
+};
+
+struct Root;
+
 class HardwareCaps {
 public:
     // --- display device (the chosen adapter)
@@ -60,19 +76,20 @@ public:
     // Description came from an exact database row (not a shared one, not a
     // generic text): the OpenGL renderer may not replace it.
     bool descriptionFromDatabase = false;
+    // The adapter rows' names are the database's or generic texts (the
+    // kernel's view), not the driver's own: the renderer may name the board.
+    bool adapterNamesGeneric = false;
+    std::vector<RowSource> rowSources;  // one per adapter row where known
+    int displayRow = -1;                // the display device's adapter row
+    DriverKeyFacts driverKey;
 
-    // Runs when the root is built: display device, defaults, CPU, vendor
-    // interfaces, remaining system figures; each step bracketed in the log.
-    void init();
+    // Runs when the root is built: display device, defaults, CPU, then the
+    // inventory stage of the vendor back-ends (vendor_backend.h) in the
+    // registry's order; each step bracketed in the log.
+    void init(Root& root);
     // Runs once; skipped when the device was already found.
     void _readDisplayDeviceData();
     void _queryCPUInfo();
-    void NVAPI_Init();
-    void ATI_Init();
-    // Linux: NVML, then the sysfs and hwmon sensors of every other device
-    // (amdgpu, radeon, i915, xe, nouveau, NVIDIA without its library).
-    void NVML_Init();
-    void SYSFS_Init();
     // Takes a display device as the chosen one and parses its ID string.
     void ChooseDisplayDevice(const DisplayDeviceRecord& d);
 };
@@ -147,6 +164,8 @@ void shutdown();
 using ContextFactory = bool (*)(int x, int y, int width, int height, int opt1, int opt2, int opt3,
                                 ProbeGPUnm::GlCaps* caps);
 void SetContextFactoryForTests(ContextFactory factory);
+// The factory tests set, nullptr when the real context is made.
+ContextFactory ContextFactoryForTests();
 // Windows: tests replace EnumDisplayDevicesA (the same contract: false past
 // the last device); nullptr restores it. Linux reads the kernel's view.
 using DisplayEnumerator = bool (*)(int index, DisplayDeviceRecord* out);
@@ -208,6 +227,13 @@ bool readVoltage(int gpu, float* volts);
 bool readClockCeiling(int gpu, float* ceilingMHz, float* boundMHz);
 bool readBaseBoostClocks(int gpu, int* baseMHz, int* boostMHz);
 bool readPowerTarget(int gpu, float* percent);
+
+// ------------------------------------------------------------ back-ends
+
+// Shared by the back-ends that list GPUs: a slot's units, power and missing
+// name from the database; the adapter row of a device (-1 for none).
+void FillSlotFromDatabase(GpuSlot* s);
+int MatchAdapterRow(const HardwareCaps& caps, int vendor, int device, int subsystem);
 
 // ------------------------------------------------------------ rules
 

@@ -10,13 +10,7 @@
 #define ARD_HAVE_CPUID 1
 #endif
 
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <sys/utsname.h>
-#endif
-
-#include "platform/platform.h"
+#include "platform/system_facts.h"
 
 namespace ProbeGPU {
 
@@ -89,66 +83,10 @@ CpuInfo QueryCpuInfo() {
     QueryCpuid(&info);
     unsigned hw = std::thread::hardware_concurrency();
     info.logicalCores = hw > 0 ? static_cast<int>(hw) : 1;
-#if defined(_WIN32)
-    std::string name;
-    if (platform::ReadRegistryString("HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0", "ProcessorNameString", &name)) {
-        size_t start = name.find_first_not_of(' ');
-        info.brandName = start == std::string::npos ? std::string() : name.substr(start);
-    }
-    uint32_t mhz = 0;
-    if (platform::ReadRegistryDword("HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0", "~MHz", &mhz) && mhz < 100000)
-        info.speedMHz = static_cast<int>(mhz);
-    // Looked up at run time: older systems lack it.
-    HMODULE k32 = GetModuleHandleA("kernel32.dll");
-    using InstalledFn = BOOL(WINAPI*)(PULONGLONG);
-    auto installed = k32 ? reinterpret_cast<InstalledFn>(reinterpret_cast<void*>(
-                               GetProcAddress(k32, "GetPhysicallyInstalledSystemMemory")))
-                         : nullptr;
-    ULONGLONG kb = 0;
-    if (installed && installed(&kb) && kb > 0) {
-        info.memoryMB = kb >> 10;
-    } else {
-        MEMORYSTATUSEX ms;
-        ms.dwLength = sizeof ms;
-        if (GlobalMemoryStatusEx(&ms)) info.memoryMB = ms.ullTotalPhys >> 20;
-    }
-#else
-    if (std::FILE* f = std::fopen("/proc/cpuinfo", "r")) {
-        char line[512];
-        while (std::fgets(line, sizeof line, f)) {
-            const char* colon = std::strchr(line, ':');
-            if (!colon) continue;
-            std::string value = colon + 1;
-            size_t s = value.find_first_not_of(" \t");
-            value = s == std::string::npos ? std::string() : value.substr(s);
-            while (!value.empty() && (value.back() == '\n' || value.back() == ' ')) value.pop_back();
-            if (std::strncmp(line, "model name", 10) == 0 && !value.empty()) info.brandName = value;
-            if (std::strncmp(line, "cpu MHz", 7) == 0 && info.speedMHz == 0) {
-                double mhz = std::atof(value.c_str());
-                if (mhz > 0 && mhz < 100000) info.speedMHz = static_cast<int>(mhz + 0.5);
-            }
-            if (line[0] == '\n') break;  // first processor only
-        }
-        std::fclose(f);
-    }
-    // The rated speed where the kernel knows it: the current one drifts.
-    if (std::FILE* f = std::fopen("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq", "r")) {
-        long khz = 0;
-        if (std::fscanf(f, "%ld", &khz) == 1 && khz > 0 && khz < 100000000) info.speedMHz = static_cast<int>(khz / 1000);
-        std::fclose(f);
-    }
-    if (std::FILE* f = std::fopen("/proc/meminfo", "r")) {
-        char line[256];
-        while (std::fgets(line, sizeof line, f)) {
-            unsigned long long kb = 0;
-            if (std::sscanf(line, "MemTotal: %llu kB", &kb) == 1) {
-                info.memoryMB = kb >> 10;
-                break;
-            }
-        }
-        std::fclose(f);
-    }
-#endif
+    platform::CpuSystemFacts sys = platform::ReadCpuSystemFacts();
+    if (sys.hasBrandName) info.brandName = sys.brandName;
+    info.speedMHz = sys.speedMHz;
+    info.memoryMB = sys.memoryMB;
     return info;
 }
 
@@ -201,62 +139,25 @@ std::string WindowsName(const WindowsVersionFacts& v) {
 }
 
 std::string OperatingSystemName() {
-#if defined(_WIN32)
-    WindowsVersionFacts v;
-    // RtlGetVersion tells the truth; GetVersionEx lies to programs without a manifest.
-    struct OsVersionInfoExW {
-        ULONG size, major, minor, build, platform;
-        WCHAR csd[128];
-        USHORT spMajor, spMinor, suiteMask;
-        UCHAR productType, reserved;
-    } osv;
-    std::memset(&osv, 0, sizeof osv);
-    osv.size = sizeof osv;
-    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
-    using RtlGetVersionFn = LONG(WINAPI*)(OsVersionInfoExW*);
-    auto rtl = ntdll ? reinterpret_cast<RtlGetVersionFn>(reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlGetVersion"))) : nullptr;
-    if (!rtl || rtl(&osv) != 0) return "Windows";
-    v.major = osv.major;
-    v.minor = osv.minor;
-    v.build = osv.build;
-    v.platformId = osv.platform;
-    v.workstation = osv.productType == 1;
-    v.serverR2 = GetSystemMetrics(89 /* SM_SERVERR2 */) != 0;
-    char sp[128] = {0};
-    WideCharToMultiByte(CP_ACP, 0, osv.csd, -1, sp, sizeof sp - 1, nullptr, nullptr);
-    v.servicePack = sp;
-    v.bits = sizeof(void*) == 8 ? 64 : 32;
-    if (v.bits == 32) {
-        using IsWow64Fn = BOOL(WINAPI*)(HANDLE, PBOOL);
-        HMODULE k32 = GetModuleHandleA("kernel32");
-        auto isWow64 = k32 ? reinterpret_cast<IsWow64Fn>(reinterpret_cast<void*>(GetProcAddress(k32, "IsWow64Process"))) : nullptr;
-        BOOL wow = FALSE;
-        if (isWow64 && isWow64(GetCurrentProcess(), &wow) && wow) v.bits = 64;
+    platform::OsNameFacts f = platform::ReadOsNameFacts();
+    if (f.windows) {
+        if (!f.versionKnown) return "Windows";
+        WindowsVersionFacts v;
+        v.major = f.major;
+        v.minor = f.minor;
+        v.build = f.build;
+        v.platformId = f.platformId;
+        v.workstation = f.workstation;
+        v.serverR2 = f.serverR2;
+        v.servicePack = f.servicePack;
+        v.bits = f.bits;
+        return WindowsName(v);
     }
-    return WindowsName(v);
-#else
-    std::string pretty;
-    if (std::FILE* f = std::fopen("/etc/os-release", "r")) {
-        char line[512];
-        while (std::fgets(line, sizeof line, f)) {
-            if (std::strncmp(line, "PRETTY_NAME=", 12) == 0) {
-                pretty = line + 12;
-                while (!pretty.empty() && (pretty.back() == '\n' || pretty.back() == '"')) pretty.pop_back();
-                if (!pretty.empty() && pretty.front() == '"') pretty.erase(0, 1);
-                break;
-            }
-        }
-        std::fclose(f);
-    }
-    if (pretty.empty()) pretty = "Linux";
-    struct utsname u;
+    std::string pretty = f.prettyName.empty() ? std::string("Linux") : f.prettyName;
+    if (f.kernelRelease.empty()) return pretty;
     char buf[512];
-    if (uname(&u) == 0) {
-        std::snprintf(buf, sizeof buf, "%s %d-bit kernel %s", pretty.c_str(), static_cast<int>(sizeof(void*) * 8), u.release);
-        return buf;
-    }
-    return pretty;
-#endif
+    std::snprintf(buf, sizeof buf, "%s %d-bit kernel %s", pretty.c_str(), f.bits, f.kernelRelease.c_str());
+    return buf;
 }
 
 }  // namespace ProbeGPU
