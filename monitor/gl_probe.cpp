@@ -5,12 +5,7 @@
 #include <set>
 #include <string>
 
-#if defined(_WIN32)
-#include <windows.h>
-#include <GL/gl.h>
-#else
-#include <dlfcn.h>
-#endif
+#include "platform/probe_gl_context.h"
 
 namespace ProbeGPUnm {
 
@@ -160,320 +155,47 @@ GlCaps ReadGlCaps(const GlFunctions& gl) {
 
 RenderWindow::~RenderWindow() { Destroy(); }
 
-#if defined(_WIN32)
-
-struct RenderWindow::Native {
-    HWND hwnd = nullptr;
-    HDC hdc = nullptr;
-    HGLRC hglrc = nullptr;
-    bool classRegistered = false;
-};
-
 namespace {
-constexpr const char* kClassName = "ProbeGPU_DummyW";
-
-const unsigned char* WglGetString(unsigned name) { return glGetString(name); }
-void WglGetIntegerv(unsigned name, int* out) { glGetIntegerv(name, reinterpret_cast<GLint*>(out)); }
-void WglGetFloatv(unsigned name, float* out) { glGetFloatv(name, out); }
-unsigned WglGetError() { return glGetError(); }
-using GetStringiFn = const unsigned char*(WINAPI*)(unsigned, unsigned);
-GetStringiFn gGetStringi = nullptr;
-const unsigned char* WglGetStringi(unsigned name, unsigned i) { return gGetStringi ? gGetStringi(name, i) : nullptr; }
-}  // namespace
-
-bool RenderWindow::Create(int x, int y, int width, int height, int opt1, int opt2, int opt3) {
-    Destroy();
-    failure_.clear();
-    native_ = new Native();
-    HINSTANCE inst = GetModuleHandleA(nullptr);
-    WNDCLASSEXA wc;
-    std::memset(&wc, 0, sizeof wc);
-    wc.cbSize = sizeof wc;
-    if (!GetClassInfoExA(inst, kClassName, &wc)) {
-        std::memset(&wc, 0, sizeof wc);
-        wc.cbSize = sizeof wc;
-        wc.style = CS_OWNDC;
-        wc.lpfnWndProc = DefWindowProcA;
-        wc.hInstance = inst;
-        wc.lpszClassName = kClassName;
-        if (!RegisterClassExA(&wc)) {
-            failure_ = "RegisterClassExA failed";
-            Destroy();
-            return false;
-        }
-        native_->classRegistered = true;
-    }
-    native_->hwnd = CreateWindowExA(0, kClassName, "ProbeGPU Dummy Win", WS_POPUP | WS_CLIPSIBLINGS | WS_CLIPCHILDREN, x, y,
-                                    width, height, nullptr, nullptr, inst, nullptr);
-    if (!native_->hwnd) {
-        failure_ = "CreateWindowExA failed";
-        Destroy();
-        return false;
-    }
-    native_->hdc = GetDC(native_->hwnd);
-    PIXELFORMATDESCRIPTOR pfd;
-    std::memset(&pfd, 0, sizeof pfd);
-    pfd.nSize = sizeof pfd;
-    pfd.nVersion = 1;
-    pfd.dwFlags = PFD_DRAW_TO_WINDOW | PFD_SUPPORT_OPENGL | PFD_DOUBLEBUFFER;
-    pfd.iPixelType = PFD_TYPE_RGBA;
-    pfd.cColorBits = 32;
-    pfd.cDepthBits = 24;
-    pfd.cStencilBits = 8;
-    pfd.iLayerType = PFD_MAIN_PLANE;
-    int format = native_->hdc ? ChoosePixelFormat(native_->hdc, &pfd) : 0;
-    if (!format || !SetPixelFormat(native_->hdc, format, &pfd)) {
-        failure_ = "no pixel format with 32 colour, 24 depth and 8 stencil bits";
-        Destroy();
-        return false;
-    }
-    native_->hglrc = wglCreateContext(native_->hdc);
-    if (!native_->hglrc || !wglMakeCurrent(native_->hdc, native_->hglrc)) {
-        failure_ = "wglCreateContext failed";
-        Destroy();
-        return false;
-    }
-    if (opt1 > 0 || (opt3 & 1)) {
-        // A versioned (or debug) context needs the ARB entry point, which
-        // only a current legacy context can hand out.
-        using CreateAttribsFn = HGLRC(WINAPI*)(HDC, HGLRC, const int*);
-        auto createAttribs = reinterpret_cast<CreateAttribsFn>(
-            reinterpret_cast<void*>(wglGetProcAddress("wglCreateContextAttribsARB")));
-        if (createAttribs) {
-            const int attribs[] = {0x2091, opt1 > 0 ? opt1 : 1, 0x2092, opt1 > 0 ? opt2 : 0, 0x2094, (opt3 & 1) ? 1 : 0, 0};
-            HGLRC versioned = createAttribs(native_->hdc, nullptr, attribs);
-            if (versioned) {
-                wglMakeCurrent(nullptr, nullptr);
-                wglDeleteContext(native_->hglrc);
-                native_->hglrc = versioned;
-                wglMakeCurrent(native_->hdc, versioned);
-            }
-        }
-    }
-    gGetStringi = reinterpret_cast<GetStringiFn>(reinterpret_cast<void*>(wglGetProcAddress("glGetStringi")));
-    GlFunctions gl;
-    gl.getString = &WglGetString;
-    gl.getStringi = &WglGetStringi;
-    gl.getIntegerv = &WglGetIntegerv;
-    gl.getFloatv = &WglGetFloatv;
-    gl.getError = &WglGetError;
-    caps_ = ReadGlCaps(gl);
-    // The render thread makes its own context current later.
-    wglMakeCurrent(nullptr, nullptr);
-    created_ = true;
-    return true;
-}
-
-void RenderWindow::Destroy() {
-    if (native_) {
-        if (native_->hglrc) {
-            wglMakeCurrent(nullptr, nullptr);
-            wglDeleteContext(native_->hglrc);
-        }
-        if (native_->hdc) ReleaseDC(native_->hwnd, native_->hdc);
-        if (native_->hwnd) DestroyWindow(native_->hwnd);
-        // The class goes with the window: a failed start-up leaves nothing behind.
-        UnregisterClassA(kClassName, GetModuleHandleA(nullptr));
-        delete native_;
-        native_ = nullptr;
-    }
-    created_ = false;
-    caps_ = GlCaps();
-}
-
-#else  // EGL
-
-struct RenderWindow::Native {
-    void* lib = nullptr;
-    void* display = nullptr;
-    void* context = nullptr;
-    void* surface = nullptr;
-    unsigned (*destroyContext)(void*, void*) = nullptr;
-    unsigned (*destroySurface)(void*, void*) = nullptr;
-    unsigned (*makeCurrent)(void*, void*, void*, void*) = nullptr;
-};
-
-namespace {
-
-using EGLint = int32_t;
-constexpr EGLint EGL_NONE_ = 0x3038;
-constexpr EGLint EGL_EXTENSIONS_ = 0x3055;
-constexpr unsigned EGL_OPENGL_API_ = 0x30A2;
-constexpr EGLint EGL_PLATFORM_SURFACELESS_MESA_ = 0x31DD;
-constexpr EGLint EGL_RED_SIZE_ = 0x3024, EGL_GREEN_SIZE_ = 0x3023, EGL_BLUE_SIZE_ = 0x3022, EGL_ALPHA_SIZE_ = 0x3021;
-constexpr EGLint EGL_DEPTH_SIZE_ = 0x3025, EGL_STENCIL_SIZE_ = 0x3026, EGL_SAMPLES_ = 0x3031;
-constexpr EGLint EGL_RENDERABLE_TYPE_ = 0x3040, EGL_OPENGL_BIT_ = 0x0008, EGL_SURFACE_TYPE_ = 0x3033, EGL_PBUFFER_BIT_ = 0x0001;
-constexpr EGLint EGL_WIDTH_ = 0x3057, EGL_HEIGHT_ = 0x3056;
-constexpr EGLint EGL_CONTEXT_MAJOR_VERSION_ = 0x3098, EGL_CONTEXT_MINOR_VERSION_ = 0x30FB, EGL_CONTEXT_OPENGL_DEBUG_ = 0x31B0;
-
-struct Egl {
-    void* (*getProcAddress)(const char*) = nullptr;
-    const char* (*queryString)(void*, EGLint) = nullptr;
-    void* (*getDisplay)(void*) = nullptr;
-    void* (*getPlatformDisplay)(unsigned, void*, const intptr_t*) = nullptr;
-    void* (*getPlatformDisplayEXT)(unsigned, void*, const EGLint*) = nullptr;
-    unsigned (*initialize)(void*, EGLint*, EGLint*) = nullptr;
-    unsigned (*bindAPI)(unsigned) = nullptr;
-    unsigned (*chooseConfig)(void*, const EGLint*, void**, EGLint, EGLint*) = nullptr;
-    void* (*createContext)(void*, void*, void*, const EGLint*) = nullptr;
-    void* (*createPbufferSurface)(void*, void*, const EGLint*) = nullptr;
-};
-
-template <typename T>
-void Load(void* lib, const char* name, T* out) {
-    *out = reinterpret_cast<T>(dlsym(lib, name));
-}
-
-bool HasWord(const char* list, const char* word) {
-    if (!list) return false;
-    const size_t n = std::strlen(word);
-    for (const char* p = list; (p = std::strstr(p, word)) != nullptr; p += n) {
-        bool startOk = p == list || p[-1] == ' ';
-        bool endOk = p[n] == '\0' || p[n] == ' ';
-        if (startOk && endOk) return true;
-    }
-    return false;
-}
-
 using GetStringFn = const unsigned char* (*)(unsigned);
 using GetStringiFn = const unsigned char* (*)(unsigned, unsigned);
 using GetIntegervFn = void (*)(unsigned, int*);
 using GetFloatvFn = void (*)(unsigned, float*);
 using GetErrorFn = unsigned (*)();
 
+// Entry points as the platform's context hands them out. The build is
+// 64-bit only, where WINAPI and the default calling convention are one.
+template <typename Fn>
+Fn Entry(const platform::ProbeGlContext& context, const char* name) {
+    return reinterpret_cast<Fn>(context.ProcAddress(name));
+}
 }  // namespace
 
 bool RenderWindow::Create(int x, int y, int width, int height, int opt1, int opt2, int opt3) {
     Destroy();
     failure_.clear();
-    native_ = new Native();
-    native_->lib = dlopen("libEGL.so.1", RTLD_NOW | RTLD_LOCAL);
-    if (!native_->lib) {
-        failure_ = "libEGL.so.1 not found";
-        Destroy();
-        return false;
-    }
-    Egl egl;
-    Load(native_->lib, "eglGetProcAddress", &egl.getProcAddress);
-    Load(native_->lib, "eglQueryString", &egl.queryString);
-    Load(native_->lib, "eglGetDisplay", &egl.getDisplay);
-    Load(native_->lib, "eglGetPlatformDisplay", &egl.getPlatformDisplay);
-    Load(native_->lib, "eglInitialize", &egl.initialize);
-    Load(native_->lib, "eglBindAPI", &egl.bindAPI);
-    Load(native_->lib, "eglChooseConfig", &egl.chooseConfig);
-    Load(native_->lib, "eglCreateContext", &egl.createContext);
-    Load(native_->lib, "eglCreatePbufferSurface", &egl.createPbufferSurface);
-    Load(native_->lib, "eglMakeCurrent", &native_->makeCurrent);
-    Load(native_->lib, "eglDestroyContext", &native_->destroyContext);
-    Load(native_->lib, "eglDestroySurface", &native_->destroySurface);
-    if (!egl.getProcAddress || !egl.queryString || !egl.getDisplay || !egl.initialize || !egl.bindAPI || !egl.chooseConfig ||
-        !egl.createContext || !native_->makeCurrent || !native_->destroyContext) {
-        failure_ = "libEGL.so.1 lacks EGL 1.4 entry points";
-        Destroy();
-        return false;
-    }
-    egl.getPlatformDisplayEXT =
-        reinterpret_cast<void* (*)(unsigned, void*, const EGLint*)>(egl.getProcAddress("eglGetPlatformDisplayEXT"));
-
-    // No window system is needed: Mesa's surfaceless platform first, then
-    // whatever the default display is (a GPU driver's own, or X11).
-    const char* clientExt = egl.queryString(nullptr, EGL_EXTENSIONS_);
-    void* dpy = nullptr;
-    EGLint maj = 0, min = 0;
-    if (HasWord(clientExt, "EGL_MESA_platform_surfaceless")) {
-        if (egl.getPlatformDisplay) dpy = egl.getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA_, nullptr, nullptr);
-        if (!dpy && egl.getPlatformDisplayEXT) dpy = egl.getPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA_, nullptr, nullptr);
-        if (dpy && !egl.initialize(dpy, &maj, &min)) dpy = nullptr;
-    }
-    if (!dpy) {
-        dpy = egl.getDisplay(nullptr);
-        if (dpy && !egl.initialize(dpy, &maj, &min)) dpy = nullptr;
-    }
-    if (!dpy) {
-        failure_ = "no EGL display";
-        Destroy();
-        return false;
-    }
-    native_->display = dpy;
-    if (!egl.bindAPI(EGL_OPENGL_API_)) {
-        failure_ = "EGL offers no desktop OpenGL";
-        Destroy();
-        return false;
-    }
-    const char* dpyExt = egl.queryString(dpy, EGL_EXTENSIONS_);
-    const bool surfaceless = HasWord(dpyExt, "EGL_KHR_surfaceless_context");
-    const EGLint configAttribs[] = {EGL_RED_SIZE_,  8,  EGL_GREEN_SIZE_,   8, EGL_BLUE_SIZE_,       8,
-                                    EGL_ALPHA_SIZE_, 8, EGL_DEPTH_SIZE_,   24, EGL_STENCIL_SIZE_,  8,
-                                    EGL_SAMPLES_,   0,  EGL_RENDERABLE_TYPE_, EGL_OPENGL_BIT_,
-                                    EGL_SURFACE_TYPE_, surfaceless ? 0 : EGL_PBUFFER_BIT_, EGL_NONE_};
-    void* config = nullptr;
-    EGLint numConfigs = 0;
-    if (!egl.chooseConfig(dpy, configAttribs, &config, 1, &numConfigs) || numConfigs < 1) {
-        failure_ = "no EGL config with 32 colour, 24 depth and 8 stencil bits";
-        Destroy();
-        return false;
-    }
-    EGLint contextAttribs[9];
-    int n = 0;
-    if (opt1 > 0) {
-        contextAttribs[n++] = EGL_CONTEXT_MAJOR_VERSION_;
-        contextAttribs[n++] = opt1;
-        contextAttribs[n++] = EGL_CONTEXT_MINOR_VERSION_;
-        contextAttribs[n++] = opt2;
-    }
-    if (opt3 & 1) {
-        contextAttribs[n++] = EGL_CONTEXT_OPENGL_DEBUG_;
-        contextAttribs[n++] = 1;
-    }
-    contextAttribs[n] = EGL_NONE_;
-    native_->context = egl.createContext(dpy, config, nullptr, contextAttribs);
-    if (!native_->context) {
-        failure_ = "eglCreateContext failed";
-        Destroy();
-        return false;
-    }
-    if (!surfaceless && egl.createPbufferSurface) {
-        const EGLint pbuffer[] = {EGL_WIDTH_, width > 0 ? width : 1, EGL_HEIGHT_, height > 0 ? height : 1, EGL_NONE_};
-        native_->surface = egl.createPbufferSurface(dpy, config, pbuffer);
-    }
-    if (!native_->makeCurrent(dpy, native_->surface, native_->surface, native_->context)) {
-        failure_ = "eglMakeCurrent failed";
+    context_ = new platform::ProbeGlContext();
+    if (!context_->Create(x, y, width, height, opt1, opt2, (opt3 & 1) != 0, &failure_)) {
         Destroy();
         return false;
     }
     GlFunctions gl;
-    gl.getString = reinterpret_cast<GetStringFn>(egl.getProcAddress("glGetString"));
-    gl.getStringi = reinterpret_cast<GetStringiFn>(egl.getProcAddress("glGetStringi"));
-    gl.getIntegerv = reinterpret_cast<GetIntegervFn>(egl.getProcAddress("glGetIntegerv"));
-    gl.getFloatv = reinterpret_cast<GetFloatvFn>(egl.getProcAddress("glGetFloatv"));
-    gl.getError = reinterpret_cast<GetErrorFn>(egl.getProcAddress("glGetError"));
+    gl.getString = Entry<GetStringFn>(*context_, "glGetString");
+    gl.getStringi = Entry<GetStringiFn>(*context_, "glGetStringi");
+    gl.getIntegerv = Entry<GetIntegervFn>(*context_, "glGetIntegerv");
+    gl.getFloatv = Entry<GetFloatvFn>(*context_, "glGetFloatv");
+    gl.getError = Entry<GetErrorFn>(*context_, "glGetError");
     caps_ = ReadGlCaps(gl);
     // The renderer makes its own context current on its own thread later.
-    native_->makeCurrent(dpy, nullptr, nullptr, nullptr);
-    (void)x;
-    (void)y;
+    context_->Release();
     created_ = true;
     return true;
 }
 
 void RenderWindow::Destroy() {
-    if (native_) {
-        if (native_->display) {
-            if (native_->makeCurrent) native_->makeCurrent(native_->display, nullptr, nullptr, nullptr);
-            if (native_->context) native_->destroyContext(native_->display, native_->context);
-            if (native_->surface && native_->destroySurface) native_->destroySurface(native_->display, native_->surface);
-            // The display is not terminated: EGL hands the same display to
-            // every caller in the process, and the renderer may be using it.
-        }
-        // libEGL stays loaded for the same reason (dlclose would be a no-op
-        // at best while the renderer holds it).
-        delete native_;
-        native_ = nullptr;
-    }
+    delete context_;
+    context_ = nullptr;
     created_ = false;
     caps_ = GlCaps();
 }
-
-#endif
 
 }  // namespace ProbeGPUnm

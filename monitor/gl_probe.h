@@ -1,15 +1,15 @@
 // The library's own dummy OpenGL context, made once at start-up to learn
 // what the driver offers: renderer and version texts, limits, extensions,
-// and (where the driver tells) the size of video memory.
-//
-// Windows: a hidden popup window of the class "ProbeGPU_DummyW", titled
-// "ProbeGPU Dummy Win", with a WGL context. Linux: an EGL context with no
-// window at all (Mesa's surfaceless platform, else the default display with
-// a surfaceless or 1x1 pbuffer context); libEGL is loaded at run time, so a
-// machine without it simply has no context.
+// and (where the driver tells) the size of video memory. The context itself
+// is platform code (platform/probe_gl_context.h); here is what is read
+// from it.
 #pragma once
 
 #include <string>
+
+namespace platform {
+class ProbeGlContext;
+}
 
 namespace ProbeGPUnm {
 
@@ -106,8 +106,7 @@ private:
     bool created_ = false;
     GlCaps caps_;
     std::string failure_;
-    struct Native;
-    Native* native_ = nullptr;
+    platform::ProbeGlContext* context_ = nullptr;
 };
 
 }  // namespace ProbeGPUnm
