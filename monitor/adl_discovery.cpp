@@ -63,7 +63,19 @@ void Close(Root& root) { root.caps.adl.Shutdown(); }
 }  // namespace
 
 extern const VendorBackend kAdlDiscovery = {
-    "ADL", kOnWindows, DiscoveryStage::kInventory, "ATI_Init()", &Open, &Facts, &List, nullptr, &Memory, &Count, nullptr, &Close,
+    /* name */ "ADL",
+    /* platforms */ kOnWindows,
+    /* stage */ DiscoveryStage::kInventory,
+    /* logStep */ "ATI_Init()",
+    /* listAdapters */ nullptr,
+    /* open */ &Open,
+    /* driverFacts */ &Facts,
+    /* listGpus */ &List,
+    /* claimRow */ nullptr,
+    /* videoMemoryMB */ &Memory,
+    /* apiGpuCount */ &Count,
+    /* shaderCores */ nullptr,
+    /* close */ &Close,
 };
 
 }  // namespace ProbeGPU

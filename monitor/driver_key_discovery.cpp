@@ -1,12 +1,14 @@
-// The Windows display driver's own facts, read from the registry key the
-// display device names: version, date, the Catalyst and packaging versions
-// of AMD's driver, and the memory size the driver found.
+// The Windows display driver: the display devices the window system lists,
+// and the driver's own facts, read from the registry key the display device
+// names: version, date, the Catalyst and packaging versions of AMD's
+// driver, and the memory size the driver found.
 #include <algorithm>
 #include <cctype>
 
 #include "monitor/probe_gpu.h"
 #include "monitor/vendor_backend.h"
 #include "platform/platform.h"
+#include "platform/system_facts.h"
 
 namespace ProbeGPU {
 
@@ -23,6 +25,29 @@ std::string MachineRelativeKey(const std::string& key) {
 }
 
 namespace {
+
+bool EnumSystemDisplayDevice(int i, DisplayDeviceRecord* out) {
+    platform::DisplayAdapterFacts a;
+    if (!platform::EnumDisplayAdapter(i, &a)) return false;
+    out->name = a.name;
+    out->string = a.description;
+    out->id = a.id;
+    out->key = a.key;
+    return true;
+}
+
+// The display devices as the window system lists them; the first is the
+// display device.
+void ListDisplayDevices(Root& root) {
+    HardwareCaps& caps = root.caps;
+    DisplayEnumerator scripted = DisplayEnumeratorForTests();
+    EnumerateDisplayDevices(scripted ? scripted : &EnumSystemDisplayDevice, &caps.adapters);
+    if (caps.adapters.count() > 0) {
+        const DisplayAdapterEntry& e = caps.adapters.row(0);
+        caps.displayRow = 0;
+        caps.ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
+    }
+}
 
 bool Open(Root& root, const ContextRequest&) {
     HardwareCaps& caps = root.caps;
@@ -59,7 +84,19 @@ void Close(Root& root) { root.caps.driverKey = DriverKeyFacts(); }
 }  // namespace
 
 extern const VendorBackend kDriverKeyDiscovery = {
-    "DRIVER_KEY", kOnWindows, DiscoveryStage::kInventory, nullptr, &Open, &Facts, nullptr, nullptr, &Memory, nullptr, nullptr, &Close,
+    /* name */ "DRIVER_KEY",
+    /* platforms */ kOnWindows,
+    /* stage */ DiscoveryStage::kInventory,
+    /* logStep */ nullptr,
+    /* listAdapters */ &ListDisplayDevices,
+    /* open */ &Open,
+    /* driverFacts */ &Facts,
+    /* listGpus */ nullptr,
+    /* claimRow */ nullptr,
+    /* videoMemoryMB */ &Memory,
+    /* apiGpuCount */ nullptr,
+    /* shaderCores */ nullptr,
+    /* close */ &Close,
 };
 
 }  // namespace ProbeGPU

@@ -101,7 +101,19 @@ void Close(Root& root) {
 }  // namespace
 
 extern const VendorBackend kGlFactsDiscovery = {
-    "GL", kOnWindows | kOnLinux, DiscoveryStage::kContext, nullptr, &Open, nullptr, nullptr, nullptr, &Memory, nullptr, nullptr, &Close,
+    /* name */ "GL",
+    /* platforms */ kOnWindows | kOnLinux,
+    /* stage */ DiscoveryStage::kContext,
+    /* logStep */ nullptr,
+    /* listAdapters */ nullptr,
+    /* open */ &Open,
+    /* driverFacts */ nullptr,
+    /* listGpus */ nullptr,
+    /* claimRow */ nullptr,
+    /* videoMemoryMB */ &Memory,
+    /* apiGpuCount */ nullptr,
+    /* shaderCores */ nullptr,
+    /* close */ &Close,
 };
 
 }  // namespace ProbeGPU

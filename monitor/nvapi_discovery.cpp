@@ -58,7 +58,19 @@ void Close(Root& root) { root.caps.nvapi.Shutdown(); }
 }  // namespace
 
 extern const VendorBackend kNvapiDiscovery = {
-    "NVAPI", kOnWindows, DiscoveryStage::kInventory, "NVAPI_Init()", &Open, &Facts, &List, nullptr, &Memory, &Count, &Cores, &Close,
+    /* name */ "NVAPI",
+    /* platforms */ kOnWindows,
+    /* stage */ DiscoveryStage::kInventory,
+    /* logStep */ "NVAPI_Init()",
+    /* listAdapters */ nullptr,
+    /* open */ &Open,
+    /* driverFacts */ &Facts,
+    /* listGpus */ &List,
+    /* claimRow */ nullptr,
+    /* videoMemoryMB */ &Memory,
+    /* apiGpuCount */ &Count,
+    /* shaderCores */ &Cores,
+    /* close */ &Close,
 };
 
 }  // namespace ProbeGPU

@@ -90,7 +90,19 @@ void Close(Root& root) { root.caps.nvml.Shutdown(); }
 }  // namespace
 
 extern const VendorBackend kNvmlDiscovery = {
-    "NVML", kOnLinux, DiscoveryStage::kInventory, "NVML_Init()", &Open, &Facts, nullptr, &Claim, &Memory, &Count, &Cores, &Close,
+    /* name */ "NVML",
+    /* platforms */ kOnLinux,
+    /* stage */ DiscoveryStage::kInventory,
+    /* logStep */ "NVML_Init()",
+    /* listAdapters */ nullptr,
+    /* open */ &Open,
+    /* driverFacts */ &Facts,
+    /* listGpus */ nullptr,
+    /* claimRow */ &Claim,
+    /* videoMemoryMB */ &Memory,
+    /* apiGpuCount */ &Count,
+    /* shaderCores */ &Cores,
+    /* close */ &Close,
 };
 
 }  // namespace ProbeGPU

@@ -5,10 +5,6 @@
 #include <cstdio>
 #include <cstring>
 
-#if defined(_WIN32)
-#include <windows.h>
-#endif
-
 #include "monitor/gpu_db.h"
 #include "monitor/probe_log.h"
 #include "monitor/vendor_backend.h"
@@ -30,20 +26,6 @@ DisplayEnumerator gDisplayEnumerator = nullptr;
 // has one, says which board this is.
 bool NamesAFamily(const char* s) { return NamesSeveralProducts(s); }
 
-#if defined(_WIN32)
-bool EnumWindowsDisplayDevice(int i, DisplayDeviceRecord* out) {
-    DISPLAY_DEVICEA dd;
-    std::memset(&dd, 0, sizeof dd);
-    dd.cb = sizeof dd;
-    if (!EnumDisplayDevicesA(nullptr, static_cast<DWORD>(i), &dd, 0)) return false;
-    out->name = dd.DeviceName;
-    out->string = dd.DeviceString;
-    out->id = dd.DeviceID;
-    out->key = dd.DeviceKey;
-    return true;
-}
-
-#endif
 
 void CopyText(char* dst, size_t size, const std::string& s) { CopyFixed(dst, size, s.c_str()); }
 
@@ -126,71 +108,16 @@ void HardwareCaps::ChooseDisplayDevice(const DisplayDeviceRecord& d) {
     vendorClass = VendorClassOf(ids.vendor);
 }
 
-void HardwareCaps::_readDisplayDeviceData() {
+void HardwareCaps::_readDisplayDeviceData(Root& root) {
     if (displayDeviceFound) return;
     m_display_device_name[0] = m_display_device_string[0] = m_display_device_id_string[0] = '\0';
     ids = PciIdFields();
     adapters.Clear();
     rowSources.clear();
     displayRow = -1;
-#if defined(_WIN32)
-    EnumerateDisplayDevices(gDisplayEnumerator ? gDisplayEnumerator : &EnumWindowsDisplayDevice, &adapters);
-    if (adapters.count() > 0) {
-        const DisplayAdapterEntry& e = adapters.row(0);
-        displayRow = 0;
-        ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
-    }
-#else
-    adapterNamesGeneric = true;
-    drmDevices = sysfs::EnumerateDrmDevices(sysfs::Root());
-    // The display device is a GPU of a maker with sensors (the boot VGA
-    // device first), not the management controller's frame buffer of a
-    // server; failing that, the first device.
-    auto known = [](const sysfs::DrmDevice& d) {
-        return d.vendor == kPciVendorNvidia || d.vendor == kPciVendorAmd || d.vendor == kPciVendorIntel;
-    };
-    auto bootVga = [](const sysfs::DrmDevice& d) {
-        int64_t v = 0;
-        return sysfs::ReadDecimal(d.deviceDir + "/boot_vga", &v) && v == 1;
-    };
-    size_t chosen = 0;
-    bool haveChoice = false;
-    for (int pass = 0; pass < 2 && !haveChoice; ++pass)
-        for (size_t i = 0; i < drmDevices.size() && !haveChoice; ++i)
-            if (known(drmDevices[i]) && (pass == 1 || bootVga(drmDevices[i]))) {
-                chosen = i;
-                haveChoice = true;
-            }
-    if (haveChoice && chosen != 0) std::rotate(drmDevices.begin(), drmDevices.begin() + static_cast<long>(chosen),
-                                               drmDevices.begin() + static_cast<long>(chosen) + 1);
-    for (size_t i = 0; i < drmDevices.size() && adapters.count() < AdapterTable::kMaxRows; ++i) {
-        const sysfs::DrmDevice& d = drmDevices[i];
-        int cls = VendorClassOf(static_cast<int>(d.vendor));
-        const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(d.device), static_cast<int>(d.subsystemVendor),
-                                                                          static_cast<int>(d.subsystemDevice)));
-        char generic[64];
-        std::snprintf(generic, sizeof generic, "PCI display device %04X:%04X", d.vendor, d.device);
-        DisplayDeviceRecord rec{"card" + std::to_string(d.card), row ? row->fullName : generic, d.pnpId(), d.deviceDir};
-        // One row per device: identical boards are separate GPUs here.
-        size_t before = static_cast<size_t>(adapters.count());
-        adapters.Append(rec);
-        if (static_cast<size_t>(adapters.count()) > before) {
-            RowSource src;
-            src.drm = static_cast<int>(i);
-            rowSources.push_back(src);
-        }
-    }
-    if (adapters.count() > 0) {
-        const DisplayAdapterEntry& e = adapters.row(0);
-        displayRow = 0;
-        int cls = VendorClassOf(static_cast<int>(drmDevices[0].vendor));
-        const GpuDatabaseEntry* row = DatabaseRow(
-            cls, DatabaseLookup(cls, static_cast<int>(drmDevices[0].device), static_cast<int>(drmDevices[0].subsystemVendor),
-                                static_cast<int>(drmDevices[0].subsystemDevice)));
-        descriptionFromDatabase = row && !NamesAFamily(row->fullName);
-        ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
-    }
-#endif
+    // The platform's view of the display devices: the first back-end that
+    // lists adapters fills the table and chooses the display device.
+    ListAdapters(root);
 }
 
 void HardwareCaps::_queryCPUInfo() {
@@ -200,7 +127,7 @@ void HardwareCaps::_queryCPUInfo() {
 
 void HardwareCaps::init(Root& root) {
     gProbeLog.Write("HardwareCaps::init() - START");
-    _readDisplayDeviceData();
+    _readDisplayDeviceData(root);
     tuningVoltageScale = 1.1f;
     tuningClockScale = 1.0f;
     tuningPowerScale = 1.0f;
@@ -229,6 +156,7 @@ Root* getRoot() {
 void SetContextFactoryForTests(ContextFactory factory) { gContextFactory = factory; }
 ContextFactory ContextFactoryForTests() { return gContextFactory; }
 void SetDisplayEnumeratorForTests(DisplayEnumerator enumerator) { gDisplayEnumerator = enumerator; }
+DisplayEnumerator DisplayEnumeratorForTests() { return gDisplayEnumerator; }
 
 bool startup(int x, int y, int width, int height, int opt1, int opt2, int opt3) {
     gProbeLog.Write("ProbeGPU::startup()");

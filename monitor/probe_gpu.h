@@ -87,8 +87,9 @@ public:
     // inventory stage of the vendor back-ends (vendor_backend.h) in the
     // registry's order; each step bracketed in the log.
     void init(Root& root);
-    // Runs once; skipped when the device was already found.
-    void _readDisplayDeviceData();
+    // Runs once; skipped when the device was already found. The adapter
+    // table comes from the back-end that lists adapters on this platform.
+    void _readDisplayDeviceData(Root& root);
     void _queryCPUInfo();
     // Takes a display device as the chosen one and parses its ID string.
     void ChooseDisplayDevice(const DisplayDeviceRecord& d);
@@ -170,6 +171,7 @@ ContextFactory ContextFactoryForTests();
 // the last device); nullptr restores it. Linux reads the kernel's view.
 using DisplayEnumerator = bool (*)(int index, DisplayDeviceRecord* out);
 void SetDisplayEnumeratorForTests(DisplayEnumerator enumerator);
+DisplayEnumerator DisplayEnumeratorForTests();
 
 // ------------------------------------------------------------ inventory
 

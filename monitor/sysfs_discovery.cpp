@@ -3,6 +3,10 @@
 // (amdgpu, radeon, i915, xe, and any device with a hwmon folder, such as
 // an NVIDIA board under nouveau); the kernel driver's name and version and
 // the kernel release for the driver description.
+#include <algorithm>
+#include <cstdio>
+
+#include "monitor/gpu_db.h"
 #include "monitor/probe_gpu.h"
 #include "monitor/probe_log.h"
 #include "monitor/vendor_backend.h"
@@ -10,6 +14,60 @@
 
 namespace ProbeGPU {
 namespace {
+
+// The display devices as the kernel lists them under class/drm.
+void ListDrmDevices(Root& root) {
+    HardwareCaps& caps = root.caps;
+    caps.adapterNamesGeneric = true;
+    caps.drmDevices = sysfs::EnumerateDrmDevices(sysfs::Root());
+    // The display device is a GPU of a maker with sensors (the boot VGA
+    // device first), not the management controller's frame buffer of a
+    // server; failing that, the first device.
+    auto known = [](const sysfs::DrmDevice& d) {
+        return d.vendor == kPciVendorNvidia || d.vendor == kPciVendorAmd || d.vendor == kPciVendorIntel;
+    };
+    auto bootVga = [](const sysfs::DrmDevice& d) {
+        int64_t v = 0;
+        return sysfs::ReadDecimal(d.deviceDir + "/boot_vga", &v) && v == 1;
+    };
+    size_t chosen = 0;
+    bool haveChoice = false;
+    for (int pass = 0; pass < 2 && !haveChoice; ++pass)
+        for (size_t i = 0; i < caps.drmDevices.size() && !haveChoice; ++i)
+            if (known(caps.drmDevices[i]) && (pass == 1 || bootVga(caps.drmDevices[i]))) {
+                chosen = i;
+                haveChoice = true;
+            }
+    if (haveChoice && chosen != 0) std::rotate(caps.drmDevices.begin(), caps.drmDevices.begin() + static_cast<long>(chosen),
+                                               caps.drmDevices.begin() + static_cast<long>(chosen) + 1);
+    for (size_t i = 0; i < caps.drmDevices.size() && caps.adapters.count() < AdapterTable::kMaxRows; ++i) {
+        const sysfs::DrmDevice& d = caps.drmDevices[i];
+        int cls = VendorClassOf(static_cast<int>(d.vendor));
+        const GpuDatabaseEntry* row = DatabaseRow(cls, DatabaseLookup(cls, static_cast<int>(d.device), static_cast<int>(d.subsystemVendor),
+                                                                          static_cast<int>(d.subsystemDevice)));
+        char generic[64];
+        std::snprintf(generic, sizeof generic, "PCI display device %04X:%04X", d.vendor, d.device);
+        DisplayDeviceRecord rec{"card" + std::to_string(d.card), row ? row->fullName : generic, d.pnpId(), d.deviceDir};
+        // One row per device: identical boards are separate GPUs here.
+        size_t before = static_cast<size_t>(caps.adapters.count());
+        caps.adapters.Append(rec);
+        if (static_cast<size_t>(caps.adapters.count()) > before) {
+            RowSource src;
+            src.drm = static_cast<int>(i);
+            caps.rowSources.push_back(src);
+        }
+    }
+    if (caps.adapters.count() > 0) {
+        const DisplayAdapterEntry& e = caps.adapters.row(0);
+        caps.displayRow = 0;
+        int cls = VendorClassOf(static_cast<int>(caps.drmDevices[0].vendor));
+        const GpuDatabaseEntry* row = DatabaseRow(
+            cls, DatabaseLookup(cls, static_cast<int>(caps.drmDevices[0].device), static_cast<int>(caps.drmDevices[0].subsystemVendor),
+                                static_cast<int>(caps.drmDevices[0].subsystemDevice)));
+        caps.descriptionFromDatabase = row && !NamesSeveralProducts(row->fullName);
+        caps.ChooseDisplayDevice(DisplayDeviceRecord{e.deviceName, e.deviceString, e.deviceId, e.deviceKey});
+    }
+}
 
 bool Open(Root& root, const ContextRequest&) {
     HardwareCaps& caps = root.caps;
@@ -79,7 +137,19 @@ void Close(Root& root) { root.caps.sysfs.reset(); }
 }  // namespace
 
 extern const VendorBackend kSysfsDiscovery = {
-    "SYSFS", kOnLinux, DiscoveryStage::kInventory, "SYSFS_Init()", &Open, &Facts, nullptr, &Claim, &Memory, &Count, nullptr, &Close,
+    /* name */ "SYSFS",
+    /* platforms */ kOnLinux,
+    /* stage */ DiscoveryStage::kInventory,
+    /* logStep */ "SYSFS_Init()",
+    /* listAdapters */ &ListDrmDevices,
+    /* open */ &Open,
+    /* driverFacts */ &Facts,
+    /* listGpus */ nullptr,
+    /* claimRow */ &Claim,
+    /* videoMemoryMB */ &Memory,
+    /* apiGpuCount */ &Count,
+    /* shaderCores */ nullptr,
+    /* close */ &Close,
 };
 
 }  // namespace ProbeGPU

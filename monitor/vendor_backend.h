@@ -42,6 +42,10 @@ struct VendorBackend {
     // The inventory stage brackets open() in the start-up log with
     // "HardwareCaps::init() - <logStep>" and "... OK." lines; null: no lines.
     const char* logStep;
+    // Fills the adapter table with the display devices as this platform
+    // sees them and chooses the display device; only the first back-end
+    // that has it runs, before any back-end is opened.
+    void (*listAdapters)(Root& root);
     // Loads the interface and lists its devices. False: the interface is not
     // there or failed. The inventory stage goes on with the next back-end;
     // the context stage stops start-up (without its facts the scan cannot run).
@@ -78,6 +82,7 @@ unsigned ThisPlatform();
 void SetVendorBackendsForTests(const std::vector<const VendorBackend*>* backends);
 
 // The walks discovery makes. Each goes through the back-ends in order.
+void ListAdapters(Root& root);
 // Opens the back-ends of a stage; for the context stage false as soon as one fails.
 bool OpenStage(Root& root, DiscoveryStage stage, const ContextRequest& request);
 void CollectDriverFacts(const Root& root, DriverFacts* facts);

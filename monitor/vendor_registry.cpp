@@ -59,6 +59,14 @@ const std::vector<const VendorBackend*>& VendorBackends() {
 
 void SetVendorBackendsForTests(const std::vector<const VendorBackend*>* backends) { gTestBackends = backends; }
 
+void ListAdapters(Root& root) {
+    for (const VendorBackend* b : Active()) {
+        if (!b->listAdapters) continue;
+        b->listAdapters(root);
+        return;
+    }
+}
+
 bool OpenStage(Root& root, DiscoveryStage stage, const ContextRequest& request) {
     for (const VendorBackend* b : Active()) {
         if (b->stage != stage) continue;

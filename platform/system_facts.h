@@ -39,6 +39,17 @@ struct OsNameFacts {
 };
 OsNameFacts ReadOsNameFacts();
 
+// A display device as the window system lists it (EnumDisplayDevices).
+struct DisplayAdapterFacts {
+    std::string name;         // "\\.\DISPLAY1"
+    std::string description;  // the adapter's description
+    std::string id;           // PnP device ID
+    std::string key;          // the driver's registry key
+};
+// Display device number `index`; false past the last one, and always where
+// the system keeps no such list (Linux: the monitor reads the kernel's view).
+bool EnumDisplayAdapter(int index, DisplayAdapterFacts* out);
+
 // The running kernel's release text ("6.1.0-18-amd64"); "" on Windows.
 std::string KernelRelease();
 

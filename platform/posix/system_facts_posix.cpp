@@ -71,6 +71,8 @@ OsNameFacts ReadOsNameFacts() {
     return out;
 }
 
+bool EnumDisplayAdapter(int, DisplayAdapterFacts*) { return false; }
+
 std::string KernelRelease() {
     struct utsname u;
     return uname(&u) == 0 ? std::string(u.release) : std::string();

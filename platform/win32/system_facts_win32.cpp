@@ -74,6 +74,18 @@ OsNameFacts ReadOsNameFacts() {
     return out;
 }
 
+bool EnumDisplayAdapter(int index, DisplayAdapterFacts* out) {
+    DISPLAY_DEVICEA dd;
+    std::memset(&dd, 0, sizeof dd);
+    dd.cb = sizeof dd;
+    if (!EnumDisplayDevicesA(nullptr, static_cast<DWORD>(index), &dd, 0)) return false;
+    out->name = dd.DeviceName;
+    out->description = dd.DeviceString;
+    out->id = dd.DeviceID;
+    out->key = dd.DeviceKey;
+    return true;
+}
+
 std::string KernelRelease() { return std::string(); }
 
 }  // namespace platform
