@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <vector>
 
 #include "monitor/adl_backend.h"
@@ -15,6 +14,7 @@
 #include "monitor/event_sink.h"
 #include "monitor/nvml_backend.h"
 #include "monitor/sensors.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -45,8 +45,8 @@ using FeedFn = void (*)(const uint8_t*, size_t);
 // Held open for the whole run, so the back-end's own load and unload find
 // the same library with the stream already in it.
 FeedFn OpenFeed(const char* library, const char* entry) {
-    void* lib = dlopen(library, RTLD_NOW);
-    void* fn = lib ? dlsym(lib, entry) : nullptr;
+    platform::LibHandle lib = platform::LoadLib(library);
+    void* fn = platform::LibSymbol(lib, entry);
     if (!fn) std::abort();
     return reinterpret_cast<FeedFn>(fn);
 }
