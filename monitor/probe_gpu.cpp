@@ -26,7 +26,6 @@ DisplayEnumerator gDisplayEnumerator = nullptr;
 // has one, says which board this is.
 bool NamesAFamily(const char* s) { return NamesSeveralProducts(s); }
 
-
 void CopyText(char* dst, size_t size, const std::string& s) { CopyFixed(dst, size, s.c_str()); }
 
 }  // namespace

@@ -3,7 +3,9 @@
 // first call that needs it) holds the HardwareCaps record and the dummy
 // render window; startup() makes the dummy OpenGL context and scans the
 // graphics hardware into gGlobals; the accessors read gGlobals; the per-GPU
-// sensor calls forward to the vendor interface that owns each GPU.
+// sensor calls forward to the vendor interface that owns each GPU. Which
+// vendor interfaces there are, in which order they are opened and what each
+// adds to the inventory is the back-end registry's (vendor_backend.h).
 //
 // Threads: startup, the scan and shutdown run on the main thread before any
 // other thread uses the library and after they ended. The inventory is not

@@ -19,7 +19,8 @@ struct CpuInfo {
 };
 
 // CPUID, then the name and speed as the system knows them (registry on
-// Windows, /proc/cpuinfo on Linux), then the installed memory.
+// Windows, /proc/cpuinfo on Linux), then the installed memory; the asking
+// is platform code (platform/system_facts.h).
 CpuInfo QueryCpuInfo();
 // Reads the CPUID part only (vendor, family, flags, serial, brand string).
 void QueryCpuid(CpuInfo* info);
@@ -39,7 +40,8 @@ struct WindowsVersionFacts {
 // The operating-system name from the naming table.
 std::string WindowsName(const WindowsVersionFacts& v);
 
-// The operating-system name of this machine.
+// The operating-system name of this machine, made from the facts the
+// platform reads.
 std::string OperatingSystemName();
 
 }  // namespace ProbeGPU
