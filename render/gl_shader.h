@@ -17,8 +17,6 @@ std::string ShaderInfoLog(GLuint object, bool program);
 GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
                     const std::vector<std::pair<GLuint, const char*>>& attributes = {});
 
-// Uploads an RGBA8 image (top row first) as a texture: mipmapped with the
-// given anisotropy when asked, else linear and clamped. Returns 0 on failure.
 // True for renderers that rasterize on the CPU (Mesa's llvmpipe and
 // softpipe, SwiftShader, Windows' GDI fallback). Anisotropic filtering is
 // left off there: it costs them dearly, and with it on llvmpipe now and then
@@ -26,9 +24,3 @@ GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
 // in the sampler while the other waited).
 bool IsSoftwareRasterizer(const std::string& renderer);
 
-GLuint UploadTexture(const unsigned char* rgba, int width, int height, bool mipmapped, float anisotropy,
-                     bool repeat = true);
-
-// Single-channel texture (font atlases): GL_ALPHA in compatibility contexts,
-// GL_RED in core ones (the shader reads the red channel then).
-GLuint UploadAlphaTexture(const unsigned char* alpha, int width, int height, bool core);

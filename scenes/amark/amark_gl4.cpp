@@ -10,6 +10,7 @@
 #include "platform/compiler.h"
 #include "platform/gl_context.h"
 #include "platform/platform.h"
+#include "platform/str_format.h"
 #include "render/gl_shader.h"
 #include "render/mesh.h"
 #include "runner/run_stats.h"
@@ -62,8 +63,8 @@ cLm4DDemo_GL::Dialect cLm4DDemo_OpenGL_4::ChooseDialect() const {
     return Dialect{4, 0, true, fur_glsl::kHeader150, true};
 }
 
-void cLm4DDemo_OpenGL_4::LogSuccess(int major, int minor) const {
-    gEventLog.Write("OpenGL 4 (%d.%d) context with core profile init ok.", major, minor);
+std::string cLm4DDemo_OpenGL_4::SuccessLine(int major, int minor) const {
+    return StrFormat("OpenGL 4 (%d.%d) context with core profile init ok.", major, minor);
 }
 
 bool cLm4DDemo_OpenGL_4::Init(const RenderTarget& target, int width, int height) {

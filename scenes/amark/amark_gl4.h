@@ -39,7 +39,7 @@ protected:
     Dialect ChooseDialect() const override;
     const char* WindowFailureLine() const override { return "OpenGL 4 window creation failed!"; }
     const char* MinimumLine() const override { return "This test requires at least an OpenGL 4.0 support."; }
-    void LogSuccess(int major, int minor) const override;
+    std::string SuccessLine(int major, int minor) const override;
     const char* ImageFailurePrefix() const override { return "GL4"; }
     void DrawScene() override;
     void DrawOverlayExtras() override;

@@ -67,7 +67,7 @@ public:
 
 protected:
     const char* ImagePrefix() const override { return "D3D10"; }
-    const char* InitLine() const override { return "Direct3D 10 context init ok."; }
+    std::string InitLine() const override { return "Direct3D 10 context init ok."; }
 };
 
 class cLm4DDemo_D3D11 final : public D3DFurDevice<D3D11Api> {
@@ -77,5 +77,5 @@ public:
 
 protected:
     const char* ImagePrefix() const override { return "D3D11"; }
-    const char* InitLine() const override { return "Direct3D 11 context init ok."; }
+    std::string InitLine() const override { return "Direct3D 11 context init ok."; }
 };

@@ -37,7 +37,7 @@ protected:
     bool ReadPostTarget(std::string* rgba) override;
     platform::FenceOps* FrameFences() override;
     const char* ImagePrefix() const override { return "D3D9"; }
-    const char* InitLine() const override { return "Direct3D 9 context init ok."; }
+    std::string InitLine() const override { return "Direct3D 9 context init ok."; }
 
 private:
     // A render-target surface of the view's size as RGBA (ends the scene).

@@ -121,7 +121,7 @@ public:
 
 protected:
     const char* ImagePrefix() const override { return "probe"; }
-    const char* InitLine() const override { return "probe init ok."; }
+    std::string InitLine() const override { return "probe init ok."; }
 };
 
 // (The log line is not read back here: test programs running side by side

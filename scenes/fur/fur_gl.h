@@ -1,6 +1,9 @@
-// The OpenGL back-ends of the fur test. OpenGL 2 and OpenGL 3 draw the same
-// frame with the same code; they differ in the context they ask for, the
-// shading-language version, vertex array objects and their log lines.
+// The OpenGL back-ends of the fur test: an OpenGL device beneath the
+// FurPainter, so that OpenGL draws the frame the Direct3D back-ends draw.
+// OpenGL 2 and OpenGL 3 differ in the context they ask for, the
+// shading-language version, vertex array objects and their log lines. The
+// benchmark and the GL test applications build on this class for their
+// context, HUD and presentation and draw scenes of their own.
 #pragma once
 
 #include <memory>
@@ -8,36 +11,16 @@
 #include <vector>
 
 #include "platform/gl_context.h"
-#include "monitor/temperature.h"
-#include "render/font.h"
 #include "render/gl_api.h"
-#include "scenes/fur/fur_demo.h"
-#include "scenes/fur/indicators.h"
+#include "scenes/fur/fur_painter.h"
 
-class cLm4DDemo_GL : public FurDemoBase {
+class cLm4DDemo_GL : public FurPainter {
 public:
     ~cLm4DDemo_GL() override;
 
-    bool Init(const RenderTarget& target, int width, int height) override;
-    void Terminate() override;
-    void ClearScreen() override;
-    void Frame(float frameSeconds) override;
-    bool UploadDotTextures() override;
-    void ReleaseDotTextures() override;
-    void Present() override;
     uint64_t FramesFinished() override;
     void FinishFrames() override;
-    void BeginOverlay() override;
-    void EndOverlay() override;
-    void DrawText(int x, int y, const Color4& color, const char* text) override;
-    void DrawQuad(int x, int y, int w, int h, const Color4& color, unsigned short stipple = 0xFFFF) override;
-    bool ReadBackFrame(std::string* rgba, int* width, int* height) override;
-    bool DrawCheckFrame(CheckFrame* out) override;
     int RunComputeCheck() override;
-
-    // How many dot-texture binds the last frame made (a texture changes only
-    // when the shell's index does).
-    int LastFrameBinds() const { return lastBinds_; }
 
 protected:
     struct Dialect {
@@ -49,74 +32,90 @@ protected:
     virtual Dialect ChooseDialect() const = 0;
     virtual const char* WindowFailureLine() const = 0;
     virtual const char* MinimumLine() const = 0;
-    virtual void LogSuccess(int major, int minor) const = 0;
+    // Logged once the whole set-up has worked, with the version the context got.
+    virtual std::string SuccessLine(int major, int minor) const = 0;
     virtual const char* ImageFailurePrefix() const = 0;
 
-    // The scene under the overlay; the benchmark object draws its stages here
-    // and the fur through this class's own.
-    virtual void DrawScene();
-    // The two halves of the fur scene: the background picture over the whole
-    // view, and the skin and shells of the furry object.
-    void DrawFurBackground();
-    void DrawFurryObject();
-    // Called with the overlay begun, after the text block: texts of a
-    // subclass's own.
-    virtual void DrawOverlayExtras() {}
     platform::GlContext* Context() const { return context_.get(); }
     int ViewWidth() const { return width_; }
     int ViewHeight() const { return height_; }
+
+    // The device.
+    bool CreateDevice(const RenderTarget& target, int width, int height) override;
+    bool CreatePrograms(int radialBlurSamples) override;
+    void DestroyDevice() override;
+    bool HasDevice() const override { return context_ != nullptr; }
+    TextureId CreateTexture(const std::vector<Image>& levels) override;
+    void FreeTexture(TextureId texture) override;
+    MeshId CreateMesh(const Mesh& mesh) override;
+    bool CreatePostTarget() override;
+    void BeginScene(bool toPostTarget) override;
+    void BeginPostPass() override;
+    void UseProgram(PaintProgram program, PaintBlend blend, bool depthTest, bool depthWrite) override;
+    void SetSurfaceConstants(const SurfaceConstants& c) override;
+    void SetElapsedTime(float seconds) override;
+    void SetColor(const float rgba[4]) override;
+    void BindTexture(PaintStage stage, TextureId texture) override;
+    void DrawMesh(MeshId mesh) override;
+    void DrawVertices(const std::vector<PaintVertex>& vertices, PaintPrimitive primitive) override;
+    void ClearBackBuffer(const float rgba[4]) override;
+    void PresentBackBuffer() override;
+    bool ReadBackBuffer(std::string* rgba) override;
+    bool ReadPostTarget(std::string* rgba) override;
+    const char* ImagePrefix() const override { return ImageFailurePrefix(); }
+    std::string InitLine() const override { return SuccessLine(glMajor_, glMinor_); }
+    int Samples() const override;
+    bool BeginCheckScene(int* width, int* height) override;
+    bool ReadCheckScene(std::string* rgba) override;
 
 private:
     struct GpuMesh {
         GLuint vbo = 0, ibo = 0, vao = 0;
         GLsizei count = 0;
     };
-    GpuMesh UploadMesh(const Mesh& mesh);
-    void DrawMesh(const GpuMesh& m);
-    void FreeMesh(GpuMesh& m);
-    void DrawScreenQuad(GLuint program);
-    void DrawHudQuads(const std::vector<float>& xyuv);
-    void PendingCustomImages();
-    void DrawFrame();
-    void DrawLogos();
-    void DrawHud();
-    void DrawTemperatureGraphs(const HudFrame& hud);
-    void DrawLines(const std::vector<float>& xy, GLenum mode, const float* color);
-    void SetSurfaceUniforms(GLuint program, const m3d::Mat4& model);
-    bool CreatePostTarget();
-    bool CreateCheckTarget();
+    // A texture and the sampling its parameters were last set for (OpenGL 2
+    // has no sampler objects: wrapping and filtering live in the texture).
+    struct GpuTexture {
+        GLuint name = 0;
+        bool mipmapped = false;
+        int sampling = -1;
+    };
+    // Where a program's surface values are, and the values last given to
+    // it: a shell changes only its length and layer, so only those go out.
+    struct SurfaceSlots {
+        GLint model = -1, view = -1, viewUpper = -1, projection = -1, modelView = -1, normal = -1, wvp = -1;
+        GLint uvScale = -1, furLength = -1, layer = -1;
+        bool given = false;
+        SurfaceConstants last;
+    };
+    GLuint ProgramOf(PaintProgram program) const { return programs_[static_cast<int>(program)]; }
+    void ReadFramebuffer(GLuint framebuffer, int width, int height, std::string* rgba);
+    bool SetUpComputeCheck();
     void FreeCheckTarget();
 
     std::unique_ptr<platform::GlContext> context_;
     Dialect dialect_{};
-    int width_ = 0, height_ = 0;
     bool anisotropic_ = true;  // off on software rasterizers
-    float Anisotropy(float wanted) const { return anisotropic_ ? wanted : 0.0f; }
+    int glMajor_ = 0, glMinor_ = 0;
 
-    GLuint bgProgram_ = 0, skinProgram_ = 0, furProgram_ = 0, blurProgram_ = 0, flatProgram_ = 0, textProgram_ = 0, texturedProgram_ = 0;
-    GpuMesh furMesh_, skinMesh_, quad_;
-    GLuint hudVbo_ = 0, hudVao_ = 0;
-    GLuint bgTexture_ = 0, furTexture_ = 0, makerLogoTex_ = 0, productLogoTex_ = 0, apiLogoTex_ = 0, gpuLogoTex_ = 0;
-    GLuint fontTexture_ = 0, smallFontTexture_ = 0;
-    FontAtlas font_, smallFont_;
-    std::vector<GLuint> dotTextures_;
+    static constexpr int kPrograms = 6;
+    GLuint programs_[kPrograms] = {};
+    SurfaceSlots surface_[kPrograms];
+    PaintProgram current_ = PaintProgram::kBackground;
+    std::vector<GpuTexture> textures_;  // id - 1
+    std::vector<GpuMesh> meshes_;       // id - 1
+    GLuint streamVbo_ = 0, streamVao_ = 0;
     GLuint postFbo_ = 0, postColor_ = 0, postDepth_ = 0;
-    bool postActive_ = false;
-    int lastBinds_ = 0;
-    bool smallText_ = false;  // DrawText uses the small face for the panels
     // The check frame's own target: single-sampled, the view's shape at most
     // 256 pixels a side.
     GLuint checkFbo_ = 0, checkColor_ = 0, checkDepth_ = 0;
     int checkWidth_ = 0, checkHeight_ = 0;
-    bool drawingCheck_ = false;  // the furry object is drawn even when hidden
     // The compute check's program and buffer (OpenGL 4.3 contexts); state 0
     // untried, 1 ready, -1 not available.
-    bool SetUpComputeCheck();
     gl::ComputeApi compute_;
     int computeState_ = 0;
     GLuint computeProgram_ = 0, computeBuffer_ = 0;
     std::vector<uint32_t> computeExpected_;
-    int glMajor_ = 0, glMinor_ = 0;
 };
 
 class cLm4DDemo_OpenGL_2 : public cLm4DDemo_GL {
@@ -127,7 +126,7 @@ protected:
     Dialect ChooseDialect() const override;
     const char* WindowFailureLine() const override { return "OpenGL 2 window creation failed!"; }
     const char* MinimumLine() const override { return "This test requires at least an OpenGL 2.0 support."; }
-    void LogSuccess(int major, int minor) const override;
+    std::string SuccessLine(int major, int minor) const override;
     const char* ImageFailurePrefix() const override { return "GL2"; }
 };
 
@@ -139,6 +138,6 @@ protected:
     Dialect ChooseDialect() const override;
     const char* WindowFailureLine() const override { return "OpenGL 3 window creation failed!"; }
     const char* MinimumLine() const override { return "This test requires at least an OpenGL 3.3 support."; }
-    void LogSuccess(int major, int minor) const override;
+    std::string SuccessLine(int major, int minor) const override;
     const char* ImageFailurePrefix() const override { return "GL3"; }
 };

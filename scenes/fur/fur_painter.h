@@ -1,8 +1,8 @@
 // The frame of the fur test drawn through a small device interface: the
-// Direct3D back-ends implement only the device (buffers, textures, states,
-// shaders and the swap chain) and share the scene, the shell loop, the post
-// effect, the logos and the HUD written here once, so that every one of
-// them draws the same picture.
+// OpenGL and Direct3D back-ends implement only the device (buffers,
+// textures, states, shaders and the swap chain) and share the scene, the
+// shell loop, the post effect, the logos and the HUD written here once, so
+// that every one of them draws the same picture.
 #pragma once
 
 #include <memory>
@@ -25,8 +25,8 @@ struct PaintVertex {
 };
 static_assert(sizeof(PaintVertex) == kMeshFloatsPerVertex * sizeof(float), "one vertex layout for all draws");
 
-// What the programs of a Direct3D back-end compute; each back-end maps them
-// onto its own techniques or entry points.
+// What the programs of a back-end compute; each back-end maps them onto its
+// own programs, techniques or entry points.
 enum class PaintProgram {
     kBackground,  // full-view picture
     kSkin,        // the object's opaque surface, two lights
@@ -83,8 +83,8 @@ public:
     void DrawText(int x, int y, const Color4& color, const char* text) override;
     void DrawQuad(int x, int y, int w, int h, const Color4& color, unsigned short stipple = 0xFFFF) override;
     bool ReadBackFrame(std::string* rgba, int* width, int* height) override;
-    // The check frame is drawn into the post effect's target, so a device
-    // without one draws none.
+    // The fur scene at a fixed moment, into the target BeginCheckScene
+    // chooses.
     bool DrawCheckFrame(CheckFrame* out) override;
 
     int LastFrameBinds() const { return lastBinds_; }
@@ -133,10 +133,28 @@ protected:
     // The post effect's target as RGBA, top row first, once the scene was
     // drawn into it.
     virtual bool ReadPostTarget(std::string* rgba) = 0;
-    // "D3D9", "D3D10", "D3D11": the prefix of the custom image messages.
+    // "GL2", "D3D9", "D3D10", "D3D11": the prefix of the custom image messages.
     virtual const char* ImagePrefix() const = 0;
     // Logged once the whole set-up has worked.
-    virtual const char* InitLine() const = 0;
+    virtual std::string InitLine() const = 0;
+    // Samples per pixel of the view the frames are drawn into.
+    virtual int Samples() const { return 1; }
+    // Where the check frame is drawn: binds and clears it and gives its
+    // size. By default the post effect's target (a device without one draws
+    // no check frame); a device may choose a smaller one of its own.
+    virtual bool BeginCheckScene(int* width, int* height);
+    // The check frame as RGBA, top row first; the back buffer is bound again.
+    virtual bool ReadCheckScene(std::string* rgba) { return ReadPostTarget(rgba); }
+
+    // What is drawn before the post effect: the fur scene, or a scene of a
+    // subclass that draws its own (and may draw the fur's halves in it).
+    virtual void DrawScene();
+    // The background picture over the whole view.
+    void DrawFurBackground();
+    // The skin and the shells of the furry object.
+    void DrawFurryObject();
+    // Called with the overlay begun, after the HUD: texts of a subclass's own.
+    virtual void DrawOverlayExtras() {}
 
     int width_ = 0, height_ = 0;
 
@@ -144,7 +162,6 @@ private:
     TextureId Upload(const Image& picture, bool mipmapped);
     void PendingCustomImages();
     void DrawFrame();
-    void DrawScene();
     void DrawLogos();
     void DrawHud();
     void DrawTemperatureGraphs(const struct HudFrame& hud);

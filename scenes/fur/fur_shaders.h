@@ -133,21 +133,12 @@ constexpr const char* kFlatFragment =
     "FIN vec2 uv;\n"
     "void main() { FRAG = color; }\n";
 
-// The font atlas holds coverage in alpha (compatibility) or red (core).
-constexpr const char* kTextFragment =
-    "FRAG_DECL\n"
-    "uniform sampler2D colorMap; uniform vec4 color; uniform int coverageInRed;\n"
-    "FIN vec2 uv;\n"
-    "void main() {\n"
-    "  vec4 t = TEX(colorMap, uv);\n"
-    "  float a = coverageInRed != 0 ? t.r : t.a;\n"
-    "  FRAG = vec4(color.rgb, color.a * a);\n"
-    "}\n";
-
+// Pictures and text of the HUD: the texture times the colour (a font atlas
+// is white, its alpha the coverage).
 constexpr const char* kTexturedFragment =
     "FRAG_DECL\n"
-    "uniform sampler2D colorMap;\n"
+    "uniform sampler2D colorMap; uniform vec4 color;\n"
     "FIN vec2 uv;\n"
-    "void main() { FRAG = TEX(colorMap, uv); }\n";
+    "void main() { FRAG = TEX(colorMap, uv) * color; }\n";
 
 }  // namespace fur_glsl

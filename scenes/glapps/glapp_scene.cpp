@@ -9,6 +9,7 @@
 #include "core/event_log.h"
 #include "core/settings.h"
 #include "platform/gl_context.h"
+#include "platform/str_format.h"
 #include "scenes/fur/fur_shaders.h"
 #include "scenes/glapps/glapp_scenes.h"
 
@@ -77,14 +78,11 @@ const char* GlAppScene::MinimumLine() const {
                                  : "This test requires at least an OpenGL 2.0 support.";
 }
 
-void GlAppScene::LogSuccess(int major, int minor) const {
+std::string GlAppScene::SuccessLine(int major, int minor) const {
     // The same lines as the other tests' contexts of each generation.
-    if (api_ == 4)
-        gEventLog.Write("OpenGL 4 (%d.%d) context with core profile init ok.", major, minor);
-    else if (api_ == 3)
-        gEventLog.Write("OpenGL 3 (%d.%d) context with compatibility profile init ok.", major, minor);
-    else
-        gEventLog.Write("OpenGL 2 (%d.%d) context init ok.", major, minor);
+    if (api_ == 4) return StrFormat("OpenGL 4 (%d.%d) context with core profile init ok.", major, minor);
+    if (api_ == 3) return StrFormat("OpenGL 3 (%d.%d) context with compatibility profile init ok.", major, minor);
+    return StrFormat("OpenGL 2 (%d.%d) context init ok.", major, minor);
 }
 
 bool GlAppScene::Init(const RenderTarget& target, int width, int height) {

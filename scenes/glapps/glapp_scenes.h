@@ -69,7 +69,7 @@ protected:
     Dialect ChooseDialect() const override;
     const char* WindowFailureLine() const override;
     const char* MinimumLine() const override;
-    void LogSuccess(int major, int minor) const override;
+    std::string SuccessLine(int major, int minor) const override;
     const char* ImageFailurePrefix() const override { return logPrefix_; }
     void DrawScene() override;
     void DrawOverlayExtras() override;
