@@ -1,8 +1,10 @@
 #include "render/gl_shader.h"
 
 #include <cctype>
+#include <functional>
 
 #include "core/event_log.h"
+#include "render/gl4_api.h"
 
 std::string ShaderInfoLog(GLuint object, bool program) {
     GLint length = 0;
@@ -22,49 +24,61 @@ std::string ShaderInfoLog(GLuint object, bool program) {
 
 namespace {
 
-GLuint Compile(GLenum type, const char* source) {
-    GLuint s = gl::CreateShader(type);
-    gl::ShaderSource(s, 1, &source, nullptr);
-    gl::CompileShader(s);
-    GLint ok = 0;
-    gl::GetShaderiv(s, gl::COMPILE_STATUS, &ok);
-    if (!ok) {
-        std::string log = ShaderInfoLog(s, false);
-        gEventLog.Write(type == gl::VERTEX_SHADER ? "Vertex shader creation failed: %s" : "Pixel shader creation failed: %s",
-                        log.c_str());
-        gl::DeleteShader(s);
-        return 0;
+// The stage's name in the log; fragment programs are "pixel" shaders there.
+const char* StageName(GLenum type) {
+    switch (type) {
+        case gl::VERTEX_SHADER: return "Vertex";
+        case gl4::TESS_CONTROL_SHADER: return "Tessellation control";
+        case gl4::TESS_EVALUATION_SHADER: return "Tessellation evaluation";
+        case gl::COMPUTE_SHADER: return "Compute";
+        default: return "Pixel";
     }
-    return s;
 }
 
 }  // namespace
 
+GLuint BuildStagedProgram(const std::vector<ShaderStage>& stages,
+                          const std::vector<std::pair<GLuint, const char*>>& attributes,
+                          const std::function<void(GLuint)>& beforeLink) {
+    std::vector<GLuint> shaders;
+    bool ok = true;
+    for (const ShaderStage& st : stages) {
+        if (!st.source) continue;
+        GLuint s = gl::CreateShader(st.type);
+        gl::ShaderSource(s, 1, &st.source, nullptr);
+        gl::CompileShader(s);
+        GLint compiled = 0;
+        gl::GetShaderiv(s, gl::COMPILE_STATUS, &compiled);
+        if (!compiled) {
+            gEventLog.Write("%s shader creation failed: %s", StageName(st.type), ShaderInfoLog(s, false).c_str());
+            gl::DeleteShader(s);
+            ok = false;
+            break;
+        }
+        shaders.push_back(s);
+    }
+    GLuint p = 0;
+    if (ok) {
+        p = gl::CreateProgram();
+        for (GLuint s : shaders) gl::AttachShader(p, s);
+        for (const auto& a : attributes) gl::BindAttribLocation(p, a.first, a.second);
+        if (beforeLink) beforeLink(p);
+        gl::LinkProgram(p);
+        GLint linked = 0;
+        gl::GetProgramiv(p, gl::LINK_STATUS, &linked);
+        if (!linked) {
+            gEventLog.Write("Shader program creation failed: %s", ShaderInfoLog(p, true).c_str());
+            gl::DeleteProgram(p);
+            p = 0;
+        }
+    }
+    for (GLuint s : shaders) gl::DeleteShader(s);
+    return p;
+}
+
 GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
                     const std::vector<std::pair<GLuint, const char*>>& attributes) {
-    GLuint vs = Compile(gl::VERTEX_SHADER, vertexSource);
-    if (!vs) return 0;
-    GLuint fs = Compile(gl::FRAGMENT_SHADER, fragmentSource);
-    if (!fs) {
-        gl::DeleteShader(vs);
-        return 0;
-    }
-    GLuint p = gl::CreateProgram();
-    gl::AttachShader(p, vs);
-    gl::AttachShader(p, fs);
-    for (const auto& a : attributes) gl::BindAttribLocation(p, a.first, a.second);
-    gl::LinkProgram(p);
-    gl::DeleteShader(vs);
-    gl::DeleteShader(fs);
-    GLint ok = 0;
-    gl::GetProgramiv(p, gl::LINK_STATUS, &ok);
-    if (!ok) {
-        std::string log = ShaderInfoLog(p, true);
-        gEventLog.Write("Shader program creation failed: %s", log.c_str());
-        gl::DeleteProgram(p);
-        return 0;
-    }
-    return p;
+    return BuildStagedProgram({{gl::VERTEX_SHADER, vertexSource}, {gl::FRAGMENT_SHADER, fragmentSource}}, attributes);
 }
 
 bool IsSoftwareRasterizer(const std::string& renderer) {

@@ -2,6 +2,7 @@
 // compiler's own words in the event log when something fails.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,9 +12,22 @@
 // The compiler's or linker's message for a shader (program false) or a
 // program, trimmed; "(no compiler message)" when it has none.
 std::string ShaderInfoLog(GLuint object, bool program);
-// Compiles and links a program; attribute locations are bound before
-// linking. Returns 0 after logging "Vertex shader creation failed: %s",
-// "Pixel shader creation failed: %s" or "Shader program creation failed: %s".
+// One stage of a program: its type and source (a null source is left out).
+struct ShaderStage {
+    GLenum type;
+    const char* source;
+};
+
+// Compiles the stages and links them into a program; attribute locations
+// are bound, and beforeLink runs (transform feedback varyings, say), before
+// linking. Returns 0 after logging "<stage> shader creation failed: %s"
+// (Vertex, Tessellation control, Tessellation evaluation, Compute, Pixel)
+// or "Shader program creation failed: %s".
+GLuint BuildStagedProgram(const std::vector<ShaderStage>& stages,
+                          const std::vector<std::pair<GLuint, const char*>>& attributes = {},
+                          const std::function<void(GLuint)>& beforeLink = nullptr);
+
+// A vertex and a fragment stage.
 GLuint BuildProgram(const char* vertexSource, const char* fragmentSource,
                     const std::vector<std::pair<GLuint, const char*>>& attributes = {});
 

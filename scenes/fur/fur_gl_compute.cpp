@@ -5,6 +5,7 @@
 
 #include "core/event_log.h"
 #include "platform/gl_context.h"
+#include "render/gl_shader.h"
 #include "runner/frame_verify.h"
 #include "scenes/fur/fur_gl.h"
 
@@ -33,23 +34,9 @@ bool cLm4DDemo_GL::SetUpComputeCheck() {
     if (glMajor_ * 10 + glMinor_ < 43 || !compute_.Load(platform::CurrentGlProcAddress).empty()) return false;
     std::string source = kComputeCheckSource;
     source.replace(source.find("ROUNDS"), 6, std::to_string(kComputeRounds));
-    const char* text = source.c_str();
-    GLuint shader = compute_.CreateShader(gl::COMPUTE_SHADER);
-    compute_.ShaderSource(shader, 1, &text, nullptr);
-    compute_.CompileShader(shader);
-    GLint ok = 0;
-    compute_.GetShaderiv(shader, gl::COMPILE_STATUS, &ok);
-    if (ok) {
-        computeProgram_ = compute_.CreateProgram();
-        compute_.AttachShader(computeProgram_, shader);
-        compute_.LinkProgram(computeProgram_);
-        compute_.GetProgramiv(computeProgram_, gl::LINK_STATUS, &ok);
-    }
-    compute_.DeleteShader(shader);
-    if (!ok) {
+    computeProgram_ = BuildStagedProgram({{gl::COMPUTE_SHADER, source.c_str()}});
+    if (!computeProgram_) {
         gEventLog.Write("Verification: the compute check's program did not build; no compute check.");
-        if (computeProgram_) compute_.DeleteProgram(computeProgram_);
-        computeProgram_ = 0;
         return false;
     }
     compute_.GenBuffers(1, &computeBuffer_);

@@ -97,20 +97,6 @@ const char* const kToneFragment =
     "  fragColor = vec4(pow(b, 1.0 / gamma) * d.rgb / d.a, 1.0);\n"
     "}\n";
 
-GLuint CompileOne(GLenum type, const char* source) {
-    GLuint s = gl::CreateShader(type);
-    gl::ShaderSource(s, 1, &source, nullptr);
-    gl::CompileShader(s);
-    GLint ok = 0;
-    gl::GetShaderiv(s, gl::COMPILE_STATUS, &ok);
-    if (!ok) {
-        gEventLog.Write("Fractal Flame: shader creation failed: %s", ShaderInfoLog(s, false).c_str());
-        gl::DeleteShader(s);
-        return 0;
-    }
-    return s;
-}
-
 }  // namespace
 
 FractalFlameScene::FractalFlameScene(int appId) : GlAppScene(appId, 3) {
@@ -160,21 +146,12 @@ bool FractalFlameScene::BuildParticles(int count) {
 }
 
 bool FractalFlameScene::InitApp() {
-    GLuint vs = CompileOne(gl::VERTEX_SHADER, kIterateVertex);
-    if (!vs) return false;
-    iterateProgram_ = gl::CreateProgram();
-    gl::AttachShader(iterateProgram_, vs);
-    gl::BindAttribLocation(iterateProgram_, 0, "In_State");
+    // The iteration is a vertex stage alone, its output caught by transform feedback.
     const char* varying = "Out_State";
-    extra_.TransformFeedbackVaryings(iterateProgram_, 1, &varying, kInterleavedAttribs);
-    gl::LinkProgram(iterateProgram_);
-    gl::DeleteShader(vs);
-    GLint ok = 0;
-    gl::GetProgramiv(iterateProgram_, gl::LINK_STATUS, &ok);
-    if (!ok) {
-        gEventLog.Write("Fractal Flame: shader program creation failed: %s", ShaderInfoLog(iterateProgram_, true).c_str());
-        return false;
-    }
+    iterateProgram_ = BuildStagedProgram({{gl::VERTEX_SHADER, kIterateVertex}}, {{0, "In_State"}}, [&](GLuint p) {
+        extra_.TransformFeedbackVaryings(p, 1, &varying, kInterleavedAttribs);
+    });
+    if (!iterateProgram_) return false;
     splatProgram_ = BuildProgram(kSplatVertex, kSplatFragment, {{0, "In_State"}});
     toneProgram_ = BuildProgram(kToneVertex, kToneFragment);
     fadeProgram_ = BuildProgram(kToneVertex, kFadeFragment);

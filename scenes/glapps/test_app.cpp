@@ -27,35 +27,25 @@ cVXA_3DTestApp::cVXA_3DTestApp(int appId)
     : id(appId), displayName(InfoOf(appId).displayName), description(InfoOf(appId).description),
       link(InfoOf(appId).link) {}
 
-// One class per application, as the catalogue names them.
-class cVXA_3DTestApp_GL2_Triangle : public SceneApp<glapps::TriangleScene> {
-public:
-    cVXA_3DTestApp_GL2_Triangle() : SceneApp(2001) {}
-};
-class cVXA_3DTestApp_GL2_WavyPlane : public SceneApp<glapps::WavyPlaneScene> {
-public:
-    cVXA_3DTestApp_GL2_WavyPlane() : SceneApp(2002) {}
-};
-class cVXA_3DTestApp_GL3_FractalFlame : public SceneApp<glapps::FractalFlameScene> {
-public:
-    cVXA_3DTestApp_GL3_FractalFlame() : SceneApp(2101) {}
-};
-class cVXA_3DTestApp_GL4_TessySphere : public SceneApp<glapps::TessyScene> {
-public:
-    cVXA_3DTestApp_GL4_TessySphere() : SceneApp(2201) {}
-};
-class cVXA_3DTestApp_GL4_TessySpheresOnPlane : public SceneApp<glapps::TessyScene> {
-public:
-    cVXA_3DTestApp_GL4_TessySpheresOnPlane() : SceneApp(2202) {}
-};
-class cVXA_3DTestApp_GL4_TessySpheresOnPlane_v2 : public SceneApp<glapps::TessyScene> {
-public:
-    cVXA_3DTestApp_GL4_TessySpheresOnPlane_v2() : SceneApp(2203) {}
-};
-class cVXA_3DTestApp_GL4_FurryTessyTest : public SceneApp<glapps::TessyScene> {
-public:
-    cVXA_3DTestApp_GL4_FurryTessyTest() : SceneApp(2204) {}
-};
+// The applications, one row each: the class the catalogue names, the scene
+// it draws and its identifier. The classes and their registration below
+// are made from this list, so an application is added in one place.
+#define ARD_TEST_APPS(X)                                                        \
+    X(cVXA_3DTestApp_GL2_Triangle, glapps::TriangleScene, 2001)                 \
+    X(cVXA_3DTestApp_GL2_WavyPlane, glapps::WavyPlaneScene, 2002)               \
+    X(cVXA_3DTestApp_GL3_FractalFlame, glapps::FractalFlameScene, 2101)         \
+    X(cVXA_3DTestApp_GL4_TessySphere, glapps::TessyScene, 2201)                 \
+    X(cVXA_3DTestApp_GL4_TessySpheresOnPlane, glapps::TessyScene, 2202)         \
+    X(cVXA_3DTestApp_GL4_TessySpheresOnPlane_v2, glapps::TessyScene, 2203)      \
+    X(cVXA_3DTestApp_GL4_FurryTessyTest, glapps::TessyScene, 2204)
+
+#define ARD_DECLARE_TEST_APP(Name, Scene, Id)     \
+    class Name : public SceneApp<Scene> {         \
+    public:                                       \
+        Name() : SceneApp(Id) {}                  \
+    };
+ARD_TEST_APPS(ARD_DECLARE_TEST_APP)
+#undef ARD_DECLARE_TEST_APP
 
 bool cVXA_3DTestApp::StartRenderThread(DisplayKind kind, Run3DServices services) const {
     auto others = services.createDemo;
@@ -88,13 +78,9 @@ void TestAppRegistry::Clear() {
 }
 
 void RegisterTestApps(TestAppRegistry& registry) {
-    registry.Register(std::make_unique<cVXA_3DTestApp_GL2_Triangle>());
-    registry.Register(std::make_unique<cVXA_3DTestApp_GL2_WavyPlane>());
-    registry.Register(std::make_unique<cVXA_3DTestApp_GL3_FractalFlame>());
-    registry.Register(std::make_unique<cVXA_3DTestApp_GL4_TessySphere>());
-    registry.Register(std::make_unique<cVXA_3DTestApp_GL4_TessySpheresOnPlane>());
-    registry.Register(std::make_unique<cVXA_3DTestApp_GL4_TessySpheresOnPlane_v2>());
-    registry.Register(std::make_unique<cVXA_3DTestApp_GL4_FurryTessyTest>());
+#define ARD_REGISTER_TEST_APP(Name, Scene, Id) registry.Register(std::make_unique<Name>());
+    ARD_TEST_APPS(ARD_REGISTER_TEST_APP)
+#undef ARD_REGISTER_TEST_APP
 }
 
 void ForceBenchmarkMode(StartupOptionsRecord& options, RunParametersBlock& run) {
