@@ -1,5 +1,7 @@
-// The compute check of the OpenGL back-ends: a shader computes values the
-// processor knows in advance, and the read-back is compared value by value.
+// The burn-in checks of the OpenGL back-ends: the check frame's own small
+// target, and the compute check, in which a shader computes values the
+// processor knows in advance and the read-back is compared value by value.
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -8,6 +10,56 @@
 #include "render/gl_shader.h"
 #include "runner/frame_verify.h"
 #include "scenes/fur/fur_gl.h"
+
+bool cLm4DDemo_GL::BeginCheckScene(int* width, int* height) {
+    if (!checkFbo_) {
+        const int side = std::max(width_, height_);
+        const double scale = side > kCheckFrameSide ? static_cast<double>(kCheckFrameSide) / side : 1.0;
+        checkWidth_ = std::max(1, static_cast<int>(width_ * scale));
+        checkHeight_ = std::max(1, static_cast<int>(height_ * scale));
+        gl::GenRenderbuffers(1, &checkColor_);
+        gl::BindRenderbuffer(gl::RENDERBUFFER, checkColor_);
+        gl::RenderbufferStorage(gl::RENDERBUFFER, gl::RGBA8, checkWidth_, checkHeight_);
+        gl::GenRenderbuffers(1, &checkDepth_);
+        gl::BindRenderbuffer(gl::RENDERBUFFER, checkDepth_);
+        gl::RenderbufferStorage(gl::RENDERBUFFER, gl::DEPTH24_STENCIL8, checkWidth_, checkHeight_);
+        gl::GenFramebuffers(1, &checkFbo_);
+        gl::BindFramebuffer(gl::FRAMEBUFFER, checkFbo_);
+        gl::FramebufferRenderbuffer(gl::FRAMEBUFFER, gl::COLOR_ATTACHMENT0, gl::RENDERBUFFER, checkColor_);
+        gl::FramebufferRenderbuffer(gl::FRAMEBUFFER, gl::DEPTH_STENCIL_ATTACHMENT, gl::RENDERBUFFER, checkDepth_);
+        const bool ok = gl::CheckFramebufferStatus(gl::FRAMEBUFFER) == gl::FRAMEBUFFER_COMPLETE;
+        gl::BindFramebuffer(gl::FRAMEBUFFER, context_->DefaultFramebuffer());
+        if (!ok) {
+            FreeCheckTarget();
+            return false;
+        }
+    }
+    // The scene is drawn for the whole view; the viewport shrinks it to the
+    // check target.
+    gl::BindFramebuffer(gl::FRAMEBUFFER, checkFbo_);
+    gl::Viewport(0, 0, checkWidth_, checkHeight_);
+    gl::ClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+    gl::ClearDepth(1.0);
+    gl::DepthMask(1);
+    gl::Enable(gl::DEPTH_TEST);
+    gl::Clear(gl::COLOR_BUFFER_BIT | gl::DEPTH_BUFFER_BIT);
+    *width = checkWidth_;
+    *height = checkHeight_;
+    return true;
+}
+
+bool cLm4DDemo_GL::ReadCheckScene(std::string* rgba) {
+    ReadFramebuffer(checkFbo_, checkWidth_, checkHeight_, rgba);
+    gl::Viewport(0, 0, width_, height_);
+    return true;
+}
+
+void cLm4DDemo_GL::FreeCheckTarget() {
+    if (checkFbo_) gl::DeleteFramebuffers(1, &checkFbo_);
+    if (checkColor_) gl::DeleteRenderbuffers(1, &checkColor_);
+    if (checkDepth_) gl::DeleteRenderbuffers(1, &checkDepth_);
+    checkFbo_ = checkColor_ = checkDepth_ = 0;
+}
 
 namespace {
 
