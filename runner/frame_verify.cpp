@@ -68,7 +68,8 @@ FrameVerifier::FrameVerifier(CheckSchedule schedule, unsigned faultCheck) : sche
 bool FrameVerifier::TakeReference(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
     const auto start = std::chrono::steady_clock::now();
     const bool drawn = demo.DrawCheckFrame(&reference_);
-    checkMs_ += MsSince(start);
+    lastCheckMs_ = MsSince(start);
+    checkMs_ += lastCheckMs_;
     if (!drawn || reference_.width <= 0 || reference_.height <= 0 ||
         reference_.rgba.size() != static_cast<size_t>(reference_.width) * reference_.height * 4) {
         gEventLog.Write("Verification: this test cannot draw a check frame; the run goes without picture checks.");
@@ -91,7 +92,7 @@ bool FrameVerifier::TakeReference(cLm4DDemo& demo, uint64_t frame, unsigned nowM
 }
 
 bool FrameVerifier::MaybeCheck(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
-    if (!active_ || !schedule_.Due(nowMs - lastMs_, frame - lastFrame_)) return false;
+    if (!active_ || !schedule_.Due(nowMs - lastMs_, frame - lastFrame_, lastCheckMs_)) return false;
     Check(demo, frame, nowMs);
     return true;
 }
@@ -126,7 +127,8 @@ void FrameVerifier::Check(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
         if (wrong < 0) wrong = kComputeValues;
     }
     gCheckCounters.checks = checks_;
-    checkMs_ += MsSince(start);
+    lastCheckMs_ = MsSince(start);
+    checkMs_ += lastCheckMs_;
     if (IsCheckError(d) || wrong > 0) RecordError(frame, d, wrong);
 }
 

@@ -49,15 +49,21 @@ constexpr int kComputeRounds = 64;
 uint32_t ComputeCheckValue(uint32_t index);
 
 // When the next check is due: after `minMs` of run time and `minFrames`
-// frames since the last (a check costs about one or two frames' time, so
-// it stays under 1 % of the run), or, for tests, every `everyFrames` frames.
+// frames since the last, and long enough after it that checks take at most
+// kCheckTimeShare of the run (a check that took 200 ms waits 9.8 s): a
+// slow device or a heavy check frame checks less often instead of costing
+// more. For tests, every `everyFrames` frames.
+constexpr double kCheckTimeShare = 0.02;
+
 struct CheckSchedule {
     unsigned minMs = 5000;
     unsigned minFrames = 200;
     unsigned everyFrames = 0;
-    bool Due(unsigned msSinceLast, uint64_t framesSinceLast) const {
+    // `lastCheckMs`: how long the last check (or the reference) took.
+    bool Due(unsigned msSinceLast, uint64_t framesSinceLast, double lastCheckMs = 0.0) const {
         if (everyFrames > 0) return framesSinceLast >= everyFrames;
-        return msSinceLast >= minMs && framesSinceLast >= minFrames;
+        const double share = lastCheckMs * (1.0 / kCheckTimeShare - 1.0);
+        return msSinceLast >= minMs && msSinceLast >= share && framesSinceLast >= minFrames;
     }
 };
 
@@ -116,4 +122,5 @@ private:
     uint64_t lastFrame_ = 0;
     std::vector<CheckMismatch> mismatches_;
     double checkMs_ = 0.0;
+    double lastCheckMs_ = 0.0;  // the last check's (or the reference's) own time
 };

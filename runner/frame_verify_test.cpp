@@ -53,9 +53,13 @@ TEST(CheckSchedule, NeedsBothTimeAndFramesUnlessTestsSetAFrameCount) {
     EXPECT_FALSE(s.Due(4999, 1000));
     EXPECT_FALSE(s.Due(60000, 199));
     EXPECT_TRUE(s.Due(5000, 200));
+    // A check that took 200 ms waits until it is 2 % of the time: 9.8 s.
+    EXPECT_TRUE(s.Due(5000, 200, 100.0));
+    EXPECT_FALSE(s.Due(9799, 5000, 200.0));
+    EXPECT_TRUE(s.Due(9800, 5000, 200.0));
     s.everyFrames = 10;
     EXPECT_FALSE(s.Due(60000, 9));
-    EXPECT_TRUE(s.Due(0, 10));
+    EXPECT_TRUE(s.Due(0, 10, 10000.0));  // tests ask for checks whatever they cost
 }
 
 TEST(ComputeCheckValue, WrapsAt32BitsAndSpreadsNeighbouringIndices) {
