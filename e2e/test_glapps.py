@@ -103,10 +103,17 @@ class GlApps(E2ETest):
         self.assertGreater(warm, 100)
 
     def test_tessellated_sphere_fills_the_middle(self):
-        msgs, out, rows, api = self.run_app(2201, 5, "/results_json=r.json")
+        msgs, out, rows, api = self.run_app(2201, 5, "/results_json=r.json", "/verify_every=4")
         self.assertEqual(api, 4)
         with open(os.path.join(self.inst.work_dir, "r.json")) as f:
             results = json.load(f)
+        # The burn-in check draws the sphere itself, and a healthy device
+        # draws it the same every time.
+        self.assertIn("GF OC Test (GL4): the check frame is the test's own scene (at 1 s, with the parameters it started with).",
+                      msgs)
+        self.assertIn("Verification: reference frame drawn (256x144) at frame 1.", msgs)
+        self.assertGreaterEqual(results["verification"]["checks"], 1, msgs[-10:])
+        self.assertEqual(results["verification"]["errors"], 0, msgs[-10:])
         self.assertEqual((results["test"], results["api"], results["ending"]),
                          ("GF OC Test (GL4)", "OpenGL 4", "stability test"))
         self.assertGreater(results["frames"], 0)

@@ -209,10 +209,7 @@ bool FurPainter::DrawCheckFrame(CheckFrame* out) {
     const int binds = lastBinds_;
     elapsed_ = kCheckAnimationSeconds;
     drawingCheck_ = true;
-    // The fur scene even where a subclass draws a scene of its own: the
-    // check compares one fixed picture, whatever the run shows.
-    DrawFurBackground();
-    DrawFurryObject();
+    DrawCheckScene();
     std::string rgba;
     const bool ok = ReadCheckScene(&rgba);
     drawingCheck_ = false;
@@ -223,6 +220,11 @@ bool FurPainter::DrawCheckFrame(CheckFrame* out) {
     out->height = height;
     out->rgba.assign(rgba.begin(), rgba.end());
     return true;
+}
+
+void FurPainter::DrawCheckScene() {
+    DrawFurBackground();
+    DrawFurryObject();
 }
 
 void FurPainter::DrawScene() {

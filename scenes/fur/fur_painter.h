@@ -155,6 +155,11 @@ protected:
     void DrawFurryObject();
     // Called with the overlay begun, after the HUD: texts of a subclass's own.
     virtual void DrawOverlayExtras() {}
+    // The check frame's picture, at the fixed moment DrawCheckFrame sets:
+    // by default the fur scene (background and furry object, even when the
+    // object is hidden); a subclass whose own scene is a fixed function of
+    // time and settings may draw that instead.
+    virtual void DrawCheckScene();
 
     int width_ = 0, height_ = 0;
 

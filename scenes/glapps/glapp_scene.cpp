@@ -145,11 +145,43 @@ void GlAppScene::DrawScene() {
     // The application's load replaces the fur; what it leaves in the
     // pipeline state is put back before the overlay draws.
     DrawApp();
+    ResetAppState();
+}
+
+void GlAppScene::ResetAppState() {
     SetWireframe(false);
     gl::BindVertexArray(0);
     gl::UseProgram(0);
     gl::BindBuffer(gl::ARRAY_BUFFER, 0);
     gl::BindBuffer(gl::ELEMENT_ARRAY_BUFFER, 0);
+}
+
+void GlAppScene::DrawCheckScene() {
+    if (!DrawsOwnCheckFrame()) {
+        cLm4DDemo_GL::DrawCheckScene();
+        return;
+    }
+    // The first check frame is the reference: the values it is drawn with
+    // are the ones every later check uses.
+    if (checkValues_.size() != params_.size()) {
+        checkValues_.clear();
+        for (const auto& p : params_) checkValues_.push_back(p->value.load());
+        gEventLog.Write("%s: the check frame is the test's own scene (at %g s, with the parameters it started with).",
+                        display_name.c_str(), static_cast<double>(kCheckAnimationSeconds));
+    }
+    const float time = animationTime_;
+    animationTime_ = kCheckAnimationSeconds;
+    checkDrawing_ = true;
+    DrawApp();
+    checkDrawing_ = false;
+    animationTime_ = time;
+    ResetAppState();
+}
+
+float GlAppScene::CheckValue(const Param& p) const {
+    for (size_t i = 0; i < params_.size() && i < checkValues_.size(); ++i)
+        if (params_[i].get() == &p) return checkValues_[i];
+    return p.value.load(std::memory_order_relaxed);
 }
 
 bool GlAppScene::PanelKey(RunKey key) {

@@ -62,7 +62,15 @@ protected:
     virtual std::string LoadLine() const = 0;
 
     Param& AddParam(const char* name, float value, float lo, float hi, float step, bool toggle = false);
-    float Value(const Param& p) const { return p.value.load(std::memory_order_relaxed); }
+    // A parameter's value; while the check frame is drawn, the value it had
+    // when the reference was, so that turning a knob mid-run is no error.
+    float Value(const Param& p) const { return checkDrawing_ ? CheckValue(p) : p.value.load(std::memory_order_relaxed); }
+    // True for applications whose picture follows from the animation time
+    // and the parameters alone: their check frame is their own scene at the
+    // fixed moment. The others (the fractal flame accumulates over frames)
+    // are checked with the fur scene.
+    virtual bool DrawsOwnCheckFrame() const { return false; }
+    void DrawCheckScene() override;
     float AnimationTime() const { return animationTime_; }
     void SetWireframe(bool on);
 
@@ -84,6 +92,8 @@ private:
     void DrawPanel();
     void InitPanel();
     void FreePanel();
+    float CheckValue(const Param& p) const;
+    void ResetAppState();
 
     const char* logPrefix_;
     std::vector<std::unique_ptr<Param>> params_;
@@ -91,6 +101,8 @@ private:
     std::atomic<bool> panelShown_{false};
     std::atomic<int> panelRow_{0};
     float animationTime_ = 0.0f;
+    std::vector<float> checkValues_;  // the parameters when the reference was drawn
+    bool checkDrawing_ = false;
     void* imgui_ = nullptr;  // the panel's own GUI context
     bool imguiBackend_ = false;
     bool appUp_ = false;
@@ -102,6 +114,7 @@ public:
     explicit TriangleScene(int appId);
 
 protected:
+    bool DrawsOwnCheckFrame() const override { return true; }
     bool InitApp() override;
     void DrawApp() override;
     void TerminateApp() override;
@@ -169,6 +182,7 @@ public:
     explicit TessyScene(int appId);
 
 protected:
+    bool DrawsOwnCheckFrame() const override { return true; }
     bool InitApp() override;
     void DrawApp() override;
     void TerminateApp() override;
