@@ -212,6 +212,10 @@ bool cLm4DDemo_GL::CreatePrograms(int radialBlurSamples) {
     ok = build(PaintProgram::kHudFlat, fur_glsl::kHudVertex, fur_glsl::kFlatFragment) && ok;
     ok = build(PaintProgram::kHudTextured, fur_glsl::kHudVertex, fur_glsl::kTexturedFragment) && ok;
     if (!ok) return false;
+    for (int i = 0; i < kPrograms; ++i) {
+        colorSlot_[i] = Loc(programs_[i], "color");
+        timeSlot_[i] = Loc(programs_[i], "elapsedTime");
+    }
 
     // Values that never change.
     for (PaintProgram p : {PaintProgram::kSkin, PaintProgram::kFur}) {
@@ -382,8 +386,12 @@ bool cLm4DDemo_GL::CreatePostTarget() {
 }
 
 void cLm4DDemo_GL::BeginScene(bool toPostTarget) {
-    gl::BindFramebuffer(gl::FRAMEBUFFER, toPostTarget && postFbo_ ? postFbo_ : context_->DefaultFramebuffer());
-    gl::Viewport(0, 0, width_, height_);
+    ClearTarget(toPostTarget && postFbo_ ? postFbo_ : context_->DefaultFramebuffer(), width_, height_);
+}
+
+void cLm4DDemo_GL::ClearTarget(GLuint framebuffer, int width, int height) {
+    gl::BindFramebuffer(gl::FRAMEBUFFER, framebuffer);
+    gl::Viewport(0, 0, width, height);
     gl::ClearColor(0.0f, 0.0f, 0.0f, 1.0f);
     gl::ClearDepth(1.0);
     // The overlay of the last frame left depth writes off; a clear obeys the mask.
@@ -457,9 +465,12 @@ void cLm4DDemo_GL::SetSurfaceConstants(const SurfaceConstants& c) {
     s.given = true;
 }
 
-void cLm4DDemo_GL::SetElapsedTime(float seconds) { SetFloat(ProgramOf(current_), "elapsedTime", seconds); }
+void cLm4DDemo_GL::SetElapsedTime(float seconds) { SetFloat(timeSlot_[static_cast<int>(current_)], seconds); }
 
-void cLm4DDemo_GL::SetColor(const float rgba[4]) { SetVec4(ProgramOf(current_), "color", rgba); }
+void cLm4DDemo_GL::SetColor(const float rgba[4]) {
+    const GLint slot = colorSlot_[static_cast<int>(current_)];
+    if (slot >= 0) gl::Uniform4f(slot, rgba[0], rgba[1], rgba[2], rgba[3]);
+}
 
 void cLm4DDemo_GL::BindTexture(PaintStage stage, TextureId texture) {
     gl::ActiveTexture(stage == kStageDots ? gl::TEXTURE1 : gl::TEXTURE0);

@@ -90,6 +90,8 @@ private:
     };
     GLuint ProgramOf(PaintProgram program) const { return programs_[static_cast<int>(program)]; }
     void ReadFramebuffer(GLuint framebuffer, int width, int height, std::string* rgba);
+    // Binds a target, sets the viewport to it and clears colour to black and depth to 1.
+    void ClearTarget(GLuint framebuffer, int width, int height);
     bool SetUpComputeCheck();
     void FreeCheckTarget();
 
@@ -101,6 +103,9 @@ private:
     static constexpr int kPrograms = 6;
     GLuint programs_[kPrograms] = {};
     SurfaceSlots surface_[kPrograms];
+    // Where each program's colour and time are: set many times a frame (every
+    // HUD text), so looked up once.
+    GLint colorSlot_[kPrograms] = {}, timeSlot_[kPrograms] = {};
     PaintProgram current_ = PaintProgram::kBackground;
     std::vector<GpuTexture> textures_;  // id - 1
     std::vector<GpuMesh> meshes_;       // id - 1

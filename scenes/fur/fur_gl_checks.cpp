@@ -36,13 +36,7 @@ bool cLm4DDemo_GL::BeginCheckScene(int* width, int* height) {
     }
     // The scene is drawn for the whole view; the viewport shrinks it to the
     // check target.
-    gl::BindFramebuffer(gl::FRAMEBUFFER, checkFbo_);
-    gl::Viewport(0, 0, checkWidth_, checkHeight_);
-    gl::ClearColor(0.0f, 0.0f, 0.0f, 1.0f);
-    gl::ClearDepth(1.0);
-    gl::DepthMask(1);
-    gl::Enable(gl::DEPTH_TEST);
-    gl::Clear(gl::COLOR_BUFFER_BIT | gl::DEPTH_BUFFER_BIT);
+    ClearTarget(checkFbo_, checkWidth_, checkHeight_);
     *width = checkWidth_;
     *height = checkHeight_;
     return true;
