@@ -15,8 +15,7 @@ struct HttpReply {
 };
 
 // `cancel`, when given and set by another thread, ends the wait within about
-// a second with the error "cancelled" (libcurl; on Windows only the time-out
-// ends it).
+// a second with the error "cancelled". `timeoutMs` bounds the whole exchange.
 HttpReply HttpPost(const std::string& url, const std::string& body, const char* contentType, int timeoutMs,
                    const std::atomic<bool>* cancel = nullptr);
 

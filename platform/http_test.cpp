@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#if !defined(_WIN32)
-
+#if defined(_WIN32)
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#endif
 
 #include <atomic>
 #include <chrono>
@@ -16,6 +19,24 @@
 #include <thread>
 
 namespace {
+
+#if defined(_WIN32)
+using Socket = SOCKET;
+void CloseSocket(Socket s) { closesocket(s); }
+constexpr int kShutBoth = SD_BOTH;
+struct Winsock {
+    Winsock() {
+        WSADATA data;
+        WSAStartup(MAKEWORD(2, 2), &data);
+    }
+    ~Winsock() { WSACleanup(); }
+};
+#else
+using Socket = int;
+void CloseSocket(Socket s) { close(s); }
+constexpr int kShutBoth = SHUT_RDWR;
+struct Winsock {};
+#endif
 
 // Listens on a free loopback port, takes one connection, reads what comes
 // and, when `answer` is not empty, sends it; otherwise keeps the client
@@ -33,26 +54,33 @@ public:
         getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
         port_ = ntohs(a.sin_port);
         thread_ = std::thread([this] {
-            int c = accept(fd_, nullptr, nullptr);
-            if (c < 0) return;
+            Socket c = accept(fd_, nullptr, nullptr);
+            if (c == static_cast<Socket>(-1)) return;
+            client_ = c;
             char buf[4096];
-            if (recv(c, buf, sizeof buf, 0) > 0 && !answer_.empty()) send(c, answer_.data(), answer_.size(), 0);
+            if (recv(c, buf, sizeof buf, 0) > 0 && !answer_.empty()) send(c, answer_.data(), static_cast<int>(answer_.size()), 0);
             // Held open until the client goes.
             while (recv(c, buf, sizeof buf, 0) > 0) {
             }
-            close(c);
         });
     }
     ~OneShotServer() {
-        shutdown(fd_, SHUT_RDWR);
-        close(fd_);
+        // Hangs up on the client too: an abandoned request may keep its
+        // connection open (Wine's client does) and would hold the thread.
+        const Socket c = client_.load();
+        if (c != static_cast<Socket>(-1)) shutdown(c, kShutBoth);
+        shutdown(fd_, kShutBoth);
+        CloseSocket(fd_);
         thread_.join();
+        if (client_.load() != static_cast<Socket>(-1)) CloseSocket(client_.load());
     }
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/scores"; }
 
 private:
+    Winsock winsock_;
     std::string answer_;
-    int fd_ = -1;
+    Socket fd_ = static_cast<Socket>(-1);
+    std::atomic<Socket> client_{static_cast<Socket>(-1)};
     int port_ = 0;
     std::thread thread_;
 };
@@ -82,8 +110,18 @@ TEST(HttpPost, AnswersAndCancellation) {
         EXPECT_EQ(r.error, "cancelled");
         EXPECT_LT(waited, std::chrono::seconds(30));
     }
+    {
+        // The same silent server, with nobody cancelling: the time-out ends
+        // the exchange with a reason of its own.
+        OneShotServer server("");
+        const auto start = std::chrono::steady_clock::now();
+        const platform::HttpReply r = platform::HttpPost(server.url(), "{}", "application/json", 700);
+        const auto waited = std::chrono::steady_clock::now() - start;
+        EXPECT_FALSE(r.answered);
+        EXPECT_FALSE(r.error.empty());
+        EXPECT_NE(r.error, "cancelled");
+        EXPECT_LT(waited, std::chrono::seconds(30));
+    }
 }
 
 }  // namespace
-
-#endif
