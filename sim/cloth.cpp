@@ -4,6 +4,10 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace sim {
 
 namespace {
@@ -266,9 +270,14 @@ bool ClothSolver::Init(const ClothMesh& mesh, const CookedCloth& cooked, const C
                        std::string* why) {
     if (!ValidateCooked(cooked, mesh, why)) return false;
     x_ = mesh.positions;
-    prev_ = x_;
     v_.assign(x_.size(), 0.0f);
     w_ = mesh.invMass;
+    xw_.resize(4 * w_.size());
+    for (size_t i = 0; i < w_.size(); ++i) {
+        std::memcpy(&xw_[4 * i], &x_[3 * i], 3 * sizeof(float));
+        xw_[4 * i + 3] = w_[i];
+    }
+    prevw_ = xw_;
     cooked_ = cooked;
     lambda_.assign(cooked_.ConstraintCount(), 0.0f);
     params_ = params;
@@ -294,41 +303,26 @@ void ClothSolver::SubStep(float h, float t) {
         if (w_[i] == 0.0f) continue;
         float g = gust[i % kGustPhases];
         float* v = &v_[3 * i];
-        float* x = &x_[3 * i];
+        float* x = &xw_[4 * i];
         v[0] += h * (wind[0] * g);
         v[1] += h * (kGravityY + wind[1] * g);
         v[2] += h * (wind[2] * g);
-        std::memcpy(&prev_[3 * i], x, 3 * sizeof(float));
+        std::memcpy(&prevw_[4 * i], x, 3 * sizeof(float));
         x[0] += h * v[0];
         x[1] += h * v[1];
         x[2] += h * v[2];
     }
     std::fill(lambda_.begin(), lambda_.end(), 0.0f);
     const float invH2 = 1.0f / (h * h);
-    const size_t m = cooked_.ConstraintCount();
-    for (int it = 0; it < params_.iterations; ++it) {
-        for (size_t k = 0; k < m; ++k) {
-            uint32_t i = cooked_.pairs[2 * k], j = cooked_.pairs[2 * k + 1];
-            float wi = w_[i], wj = w_[j];
-            float* a = &x_[3 * i];
-            float* b = &x_[3 * j];
-            float dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
-            float len = std::sqrt(dx * dx + dy * dy + dz * dz);
-            if (len < 1e-9f) continue;
-            float alpha = cooked_.compliance[k] * invH2;
-            float dl = (-(len - cooked_.restLength[k]) - alpha * lambda_[k]) / (wi + wj + alpha);
-            lambda_[k] += dl;
-            float s = dl / len;
-            a[0] -= wi * s * dx, a[1] -= wi * s * dy, a[2] -= wi * s * dz;
-            b[0] += wj * s * dx, b[1] += wj * s * dy, b[2] += wj * s * dz;
-        }
-    }
+    for (int it = 0; it < params_.iterations; ++it)
+        for (size_t c = 0; c + 1 < cooked_.colorStart.size(); ++c)
+            SolveConstraints(cooked_.colorStart[c], cooked_.colorStart[c + 1], invH2);
     const float r0 = params_.thickness;
     const float keep = std::max(0.0f, 1.0f - params_.damping * h);
     for (size_t i = 0; i < n; ++i) {
         if (w_[i] == 0.0f) continue;
-        float* x = &x_[3 * i];
-        const float* p = &prev_[3 * i];
+        float* x = &xw_[4 * i];
+        const float* p = &prevw_[4 * i];
         float v[3] = {(x[0] - p[0]) / h, (x[1] - p[1]) / h, (x[2] - p[2]) / h};
         float nrm[3] = {0, 0, 0};
         bool contact = false;
@@ -360,6 +354,70 @@ void ClothSolver::SubStep(float h, float t) {
             for (int a = 0; a < 3; ++a) v[a] = vt[a] * scale + newVn * nrm[a];
         }
         for (int a = 0; a < 3; ++a) v_[3 * i + a] = v[a] * keep;
+    }
+    for (size_t i = 0; i < n; ++i) std::memcpy(&x_[3 * i], &xw_[4 * i], 3 * sizeof(float));
+}
+
+// One colour group: no two of its constraints share a vertex, so they can be
+// solved four at a time with exactly the arithmetic of one at a time (the
+// same operations in the same order, and SSE rounds as scalar code does).
+void ClothSolver::SolveConstraints(uint32_t k, uint32_t end, float invH2) {
+    const uint32_t* pairs = cooked_.pairs.data();
+    const float* rest = cooked_.restLength.data();
+    const float* compliance = cooked_.compliance.data();
+    float* lambda = lambda_.data();
+    float* xw = xw_.data();
+#if defined(__SSE2__)
+    const __m128 sign = _mm_set1_ps(-0.0f), tiny = _mm_set1_ps(1e-9f), invH2v = _mm_set1_ps(invH2);
+    auto select = [](__m128 mask, __m128 yes, __m128 no) {
+        return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
+    };
+    for (; k + 4 <= end; k += 4) {
+        const uint32_t* p = pairs + 2 * k;
+        float* pa[4] = {xw + 4 * p[0], xw + 4 * p[2], xw + 4 * p[4], xw + 4 * p[6]};
+        float* pb[4] = {xw + 4 * p[1], xw + 4 * p[3], xw + 4 * p[5], xw + 4 * p[7]};
+        // Four vertices' (x, y, z, w) turned into x, y, z and w of four vertices.
+        __m128 ax = _mm_loadu_ps(pa[0]), ay = _mm_loadu_ps(pa[1]), az = _mm_loadu_ps(pa[2]), wi = _mm_loadu_ps(pa[3]);
+        __m128 bx = _mm_loadu_ps(pb[0]), by = _mm_loadu_ps(pb[1]), bz = _mm_loadu_ps(pb[2]), wj = _mm_loadu_ps(pb[3]);
+        _MM_TRANSPOSE4_PS(ax, ay, az, wi);
+        _MM_TRANSPOSE4_PS(bx, by, bz, wj);
+        __m128 dx = _mm_sub_ps(bx, ax), dy = _mm_sub_ps(by, ay), dz = _mm_sub_ps(bz, az);
+        __m128 len = _mm_sqrt_ps(
+            _mm_add_ps(_mm_add_ps(_mm_mul_ps(dx, dx), _mm_mul_ps(dy, dy)), _mm_mul_ps(dz, dz)));
+        __m128 ok = _mm_cmpnlt_ps(len, tiny);  // the scalar path skips len < 1e-9
+        __m128 alpha = _mm_mul_ps(_mm_loadu_ps(compliance + k), invH2v);
+        __m128 lam = _mm_loadu_ps(lambda + k);
+        __m128 dl = _mm_div_ps(
+            _mm_sub_ps(_mm_xor_ps(_mm_sub_ps(len, _mm_loadu_ps(rest + k)), sign), _mm_mul_ps(alpha, lam)),
+            _mm_add_ps(_mm_add_ps(wi, wj), alpha));
+        _mm_storeu_ps(lambda + k, select(ok, _mm_add_ps(lam, dl), lam));
+        __m128 s = _mm_div_ps(dl, len);
+        __m128 si = _mm_mul_ps(wi, s), sj = _mm_mul_ps(wj, s);
+        ax = select(ok, _mm_sub_ps(ax, _mm_mul_ps(si, dx)), ax);
+        ay = select(ok, _mm_sub_ps(ay, _mm_mul_ps(si, dy)), ay);
+        az = select(ok, _mm_sub_ps(az, _mm_mul_ps(si, dz)), az);
+        bx = select(ok, _mm_add_ps(bx, _mm_mul_ps(sj, dx)), bx);
+        by = select(ok, _mm_add_ps(by, _mm_mul_ps(sj, dy)), by);
+        bz = select(ok, _mm_add_ps(bz, _mm_mul_ps(sj, dz)), bz);
+        _MM_TRANSPOSE4_PS(ax, ay, az, wi);
+        _MM_TRANSPOSE4_PS(bx, by, bz, wj);
+        _mm_storeu_ps(pa[0], ax), _mm_storeu_ps(pa[1], ay), _mm_storeu_ps(pa[2], az), _mm_storeu_ps(pa[3], wi);
+        _mm_storeu_ps(pb[0], bx), _mm_storeu_ps(pb[1], by), _mm_storeu_ps(pb[2], bz), _mm_storeu_ps(pb[3], wj);
+    }
+#endif
+    for (; k < end; ++k) {
+        float* a = xw + 4 * pairs[2 * k];
+        float* b = xw + 4 * pairs[2 * k + 1];
+        float wi = a[3], wj = b[3];
+        float dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
+        float len = std::sqrt(dx * dx + dy * dy + dz * dz);
+        if (len < 1e-9f) continue;
+        float alpha = compliance[k] * invH2;
+        float dl = (-(len - rest[k]) - alpha * lambda[k]) / (wi + wj + alpha);
+        lambda[k] += dl;
+        float s = dl / len;
+        a[0] -= wi * s * dx, a[1] -= wi * s * dy, a[2] -= wi * s * dz;
+        b[0] += wj * s * dx, b[1] += wj * s * dy, b[2] += wj * s * dz;
     }
 }
 

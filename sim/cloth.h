@@ -87,6 +87,7 @@ public:
     int Simulate(float dt);
     void SubStep(float h, float t);
 
+    // xyz per vertex, as of the last finished sub-step.
     const std::vector<float>& Positions() const { return x_; }
     const std::vector<float>& Velocities() const { return v_; }
     const std::vector<float>& InvMass() const { return w_; }
@@ -97,7 +98,12 @@ public:
 private:
     static constexpr uint32_t kGustPhases = 97;  // WindGust repeats every 97 vertices
 
-    std::vector<float> x_, prev_, v_, w_, lambda_;
+    void SolveConstraints(uint32_t first, uint32_t end, float invH2);
+
+    // The solver works on four floats a vertex (x, y, z, inverse mass) so one
+    // load fetches a whole end of a constraint; x_ is the xyz copy handed out.
+    std::vector<float> xw_, prevw_;
+    std::vector<float> x_, v_, w_, lambda_;
     CookedCloth cooked_;
     ClothParams params_;
     FixedStepper stepper_;
