@@ -367,11 +367,22 @@ void ClothSolver::SolveConstraints(uint32_t k, uint32_t end, float invH2) {
     const float* compliance = cooked_.compliance.data();
     float* lambda = lambda_.data();
     float* xw = xw_.data();
+    auto one = [&](uint32_t k) {
+        float* a = xw + 4 * pairs[2 * k];
+        float* b = xw + 4 * pairs[2 * k + 1];
+        float wi = a[3], wj = b[3];
+        float dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
+        float len = std::sqrt(dx * dx + dy * dy + dz * dz);
+        if (len < 1e-9f) return;
+        float alpha = compliance[k] * invH2;
+        float dl = (-(len - rest[k]) - alpha * lambda[k]) / (wi + wj + alpha);
+        lambda[k] += dl;
+        float s = dl / len;
+        a[0] -= wi * s * dx, a[1] -= wi * s * dy, a[2] -= wi * s * dz;
+        b[0] += wj * s * dx, b[1] += wj * s * dy, b[2] += wj * s * dz;
+    };
 #if defined(__SSE2__)
     const __m128 sign = _mm_set1_ps(-0.0f), tiny = _mm_set1_ps(1e-9f), invH2v = _mm_set1_ps(invH2);
-    auto select = [](__m128 mask, __m128 yes, __m128 no) {
-        return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
-    };
     for (; k + 4 <= end; k += 4) {
         const uint32_t* p = pairs + 2 * k;
         float* pa[4] = {xw + 4 * p[0], xw + 4 * p[2], xw + 4 * p[4], xw + 4 * p[6]};
@@ -384,41 +395,32 @@ void ClothSolver::SolveConstraints(uint32_t k, uint32_t end, float invH2) {
         __m128 dx = _mm_sub_ps(bx, ax), dy = _mm_sub_ps(by, ay), dz = _mm_sub_ps(bz, az);
         __m128 len = _mm_sqrt_ps(
             _mm_add_ps(_mm_add_ps(_mm_mul_ps(dx, dx), _mm_mul_ps(dy, dy)), _mm_mul_ps(dz, dz)));
-        __m128 ok = _mm_cmpnlt_ps(len, tiny);  // the scalar path skips len < 1e-9
+        if (_mm_movemask_ps(_mm_cmplt_ps(len, tiny)) != 0) {
+            // A constraint without a direction (its ends in one place): this
+            // block goes one at a time, which skips it. Nothing of the block
+            // has been written yet.
+            for (uint32_t q = 0; q < 4; ++q) one(k + q);
+            continue;
+        }
         __m128 alpha = _mm_mul_ps(_mm_loadu_ps(compliance + k), invH2v);
         __m128 lam = _mm_loadu_ps(lambda + k);
         __m128 dl = _mm_div_ps(
             _mm_sub_ps(_mm_xor_ps(_mm_sub_ps(len, _mm_loadu_ps(rest + k)), sign), _mm_mul_ps(alpha, lam)),
             _mm_add_ps(_mm_add_ps(wi, wj), alpha));
-        _mm_storeu_ps(lambda + k, select(ok, _mm_add_ps(lam, dl), lam));
+        _mm_storeu_ps(lambda + k, _mm_add_ps(lam, dl));
         __m128 s = _mm_div_ps(dl, len);
         __m128 si = _mm_mul_ps(wi, s), sj = _mm_mul_ps(wj, s);
-        ax = select(ok, _mm_sub_ps(ax, _mm_mul_ps(si, dx)), ax);
-        ay = select(ok, _mm_sub_ps(ay, _mm_mul_ps(si, dy)), ay);
-        az = select(ok, _mm_sub_ps(az, _mm_mul_ps(si, dz)), az);
-        bx = select(ok, _mm_add_ps(bx, _mm_mul_ps(sj, dx)), bx);
-        by = select(ok, _mm_add_ps(by, _mm_mul_ps(sj, dy)), by);
-        bz = select(ok, _mm_add_ps(bz, _mm_mul_ps(sj, dz)), bz);
+        ax = _mm_sub_ps(ax, _mm_mul_ps(si, dx)), ay = _mm_sub_ps(ay, _mm_mul_ps(si, dy));
+        az = _mm_sub_ps(az, _mm_mul_ps(si, dz));
+        bx = _mm_add_ps(bx, _mm_mul_ps(sj, dx)), by = _mm_add_ps(by, _mm_mul_ps(sj, dy));
+        bz = _mm_add_ps(bz, _mm_mul_ps(sj, dz));
         _MM_TRANSPOSE4_PS(ax, ay, az, wi);
         _MM_TRANSPOSE4_PS(bx, by, bz, wj);
         _mm_storeu_ps(pa[0], ax), _mm_storeu_ps(pa[1], ay), _mm_storeu_ps(pa[2], az), _mm_storeu_ps(pa[3], wi);
         _mm_storeu_ps(pb[0], bx), _mm_storeu_ps(pb[1], by), _mm_storeu_ps(pb[2], bz), _mm_storeu_ps(pb[3], wj);
     }
 #endif
-    for (; k < end; ++k) {
-        float* a = xw + 4 * pairs[2 * k];
-        float* b = xw + 4 * pairs[2 * k + 1];
-        float wi = a[3], wj = b[3];
-        float dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
-        float len = std::sqrt(dx * dx + dy * dy + dz * dz);
-        if (len < 1e-9f) continue;
-        float alpha = compliance[k] * invH2;
-        float dl = (-(len - rest[k]) - alpha * lambda[k]) / (wi + wj + alpha);
-        lambda[k] += dl;
-        float s = dl / len;
-        a[0] -= wi * s * dx, a[1] -= wi * s * dy, a[2] -= wi * s * dz;
-        b[0] += wj * s * dx, b[1] += wj * s * dy, b[2] += wj * s * dz;
-    }
+    for (; k < end; ++k) one(k);
 }
 
 void ComputeNormals(const std::vector<float>& p, const std::vector<uint32_t>& idx, std::vector<float>* normals) {
