@@ -24,6 +24,44 @@ float Dist(const std::vector<float>& p, uint32_t i, uint32_t j) {
     return std::sqrt(dx * dx + dy * dy + dz * dz);
 }
 
+// The three per-vertex steps of a sub-step on all four lanes of a vertex,
+// which round each lane as the lane-by-lane loop does.
+// v += h * (gravity + wind * g); p = x; x += h * v
+inline void PredictVertex(float* v, float* x, float* p, const float* gravity, const float* wind, float g, float h) {
+#if defined(__SSE2__)
+    __m128 hv = _mm_set1_ps(h), xv = _mm_loadu_ps(x);
+    __m128 vv = _mm_add_ps(_mm_loadu_ps(v),
+                           _mm_mul_ps(hv, _mm_add_ps(_mm_loadu_ps(gravity), _mm_mul_ps(_mm_loadu_ps(wind), _mm_set1_ps(g)))));
+    _mm_storeu_ps(v, vv);
+    _mm_storeu_ps(p, xv);
+    _mm_storeu_ps(x, _mm_add_ps(xv, _mm_mul_ps(hv, vv)));
+#else
+    for (int a = 0; a < 4; ++a) {
+        v[a] += h * (gravity[a] + wind[a] * g);
+        p[a] = x[a];
+        x[a] += h * v[a];
+    }
+#endif
+}
+
+// v = (x - p) / h
+inline void VelocityOf(const float* x, const float* p, float h, float* v) {
+#if defined(__SSE2__)
+    _mm_storeu_ps(v, _mm_div_ps(_mm_sub_ps(_mm_loadu_ps(x), _mm_loadu_ps(p)), _mm_set1_ps(h)));
+#else
+    for (int a = 0; a < 4; ++a) v[a] = (x[a] - p[a]) / h;
+#endif
+}
+
+// out = v * keep
+inline void Scaled(const float* v, float keep, float* out) {
+#if defined(__SSE2__)
+    _mm_storeu_ps(out, _mm_mul_ps(_mm_loadu_ps(v), _mm_set1_ps(keep)));
+#else
+    for (int a = 0; a < 4; ++a) out[a] = v[a] * keep;
+#endif
+}
+
 }  // namespace
 
 int FixedStepper::Advance(float dt) {
@@ -278,6 +316,7 @@ bool ClothSolver::Init(const ClothMesh& mesh, const CookedCloth& cooked, const C
         xw_[4 * i + 3] = w_[i];
     }
     prevw_ = xw_;
+    vw_.assign(xw_.size(), 0.0f);
     cooked_ = cooked;
     lambda_.assign(cooked_.ConstraintCount(), 0.0f);
     params_ = params;
@@ -290,27 +329,26 @@ float WindGust(uint32_t i, float t) { return 1.0f + 0.5f * std::sin(1.7f * t + 0
 int ClothSolver::Simulate(float dt) {
     int n = stepper_.Advance(dt);
     for (int s = 0; s < n; ++s) SubStep(kSubStep, stepper_.StartTime() + s * kSubStep);
+    for (size_t i = 0; n > 0 && i < w_.size(); ++i) {
+        std::memcpy(&x_[3 * i], &xw_[4 * i], 3 * sizeof(float));
+        std::memcpy(&v_[3 * i], &vw_[4 * i], 3 * sizeof(float));
+    }
     return n;
 }
 
 void ClothSolver::SubStep(float h, float t) {
     const size_t n = w_.size();
-    const float* wind = params_.wind;
+    // Whole vertices at a time: the fourth lane carries the inverse mass
+    // through untouched (velocity 0 there).
+    const float wind[4] = {params_.wind[0], params_.wind[1], params_.wind[2], 0.0f};
+    const float gravity[4] = {0.0f, kGravityY, 0.0f, 0.0f};
     // The gust of vertex i depends on i % 97 only: one sine per phase, not per vertex.
     float gust[kGustPhases];
     for (uint32_t k = 0; k < kGustPhases; ++k) gust[k] = WindGust(k, t);
     for (size_t i = 0; i < n; ++i) {
         if (w_[i] == 0.0f) continue;
         float g = gust[i % kGustPhases];
-        float* v = &v_[3 * i];
-        float* x = &xw_[4 * i];
-        v[0] += h * (wind[0] * g);
-        v[1] += h * (kGravityY + wind[1] * g);
-        v[2] += h * (wind[2] * g);
-        std::memcpy(&prevw_[4 * i], x, 3 * sizeof(float));
-        x[0] += h * v[0];
-        x[1] += h * v[1];
-        x[2] += h * v[2];
+        PredictVertex(&vw_[4 * i], &xw_[4 * i], &prevw_[4 * i], gravity, wind, g, h);
     }
     std::fill(lambda_.begin(), lambda_.end(), 0.0f);
     const float invH2 = 1.0f / (h * h);
@@ -318,16 +356,18 @@ void ClothSolver::SubStep(float h, float t) {
         for (size_t c = 0; c + 1 < cooked_.colorStart.size(); ++c)
             SolveConstraints(cooked_.colorStart[c], cooked_.colorStart[c + 1], invH2);
     const float r0 = params_.thickness;
+    const float floor = params_.groundHeight + r0;
     const float keep = std::max(0.0f, 1.0f - params_.damping * h);
     for (size_t i = 0; i < n; ++i) {
         if (w_[i] == 0.0f) continue;
         float* x = &xw_[4 * i];
         const float* p = &prevw_[4 * i];
-        float v[3] = {(x[0] - p[0]) / h, (x[1] - p[1]) / h, (x[2] - p[2]) / h};
+        float v[4];
+        VelocityOf(x, p, h, v);
         float nrm[3] = {0, 0, 0};
         bool contact = false;
-        if (x[1] < params_.groundHeight + r0) {
-            x[1] = params_.groundHeight + r0;
+        if (x[1] < floor) {
+            x[1] = floor;
             nrm[1] = 1.0f;
             contact = true;
         }
@@ -353,9 +393,8 @@ void ClothSolver::SubStep(float h, float t) {
             float scale = vtLen > 1e-9f ? std::max(0.0f, 1.0f - kFriction * std::fabs(newVn - vn) / vtLen) : 0.0f;
             for (int a = 0; a < 3; ++a) v[a] = vt[a] * scale + newVn * nrm[a];
         }
-        for (int a = 0; a < 3; ++a) v_[3 * i + a] = v[a] * keep;
+        Scaled(v, keep, &vw_[4 * i]);
     }
-    for (size_t i = 0; i < n; ++i) std::memcpy(&x_[3 * i], &xw_[4 * i], 3 * sizeof(float));
 }
 
 // One colour group: no two of its constraints share a vertex, so they can be
