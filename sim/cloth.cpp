@@ -4,6 +4,17 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+// Eight constraints at a time where the processor has AVX. Not on Windows:
+// there the compiler cannot keep 32-byte spills aligned on the 16-byte
+// aligned stack.
+#if defined(__GNUC__) && defined(__x86_64__) && !defined(_WIN32)
+#define ARD_CLOTH_AVX 1
+#include <immintrin.h>
+#endif
+
 namespace sim {
 
 namespace {
@@ -19,6 +30,110 @@ float Dist(const std::vector<float>& p, uint32_t i, uint32_t j) {
     float dx = p[3 * j] - p[3 * i], dy = p[3 * j + 1] - p[3 * i + 1], dz = p[3 * j + 2] - p[3 * i + 2];
     return std::sqrt(dx * dx + dy * dy + dz * dz);
 }
+
+// The three per-vertex steps of a sub-step on all four lanes of a vertex,
+// which round each lane as the lane-by-lane loop does.
+// v += h * (gravity + wind * g); p = x; x += h * v
+inline void PredictVertex(float* v, float* x, float* p, const float* gravity, const float* wind, float g, float h) {
+#if defined(__SSE2__)
+    __m128 hv = _mm_set1_ps(h), xv = _mm_loadu_ps(x);
+    __m128 vv = _mm_add_ps(_mm_loadu_ps(v),
+                           _mm_mul_ps(hv, _mm_add_ps(_mm_loadu_ps(gravity), _mm_mul_ps(_mm_loadu_ps(wind), _mm_set1_ps(g)))));
+    _mm_storeu_ps(v, vv);
+    _mm_storeu_ps(p, xv);
+    _mm_storeu_ps(x, _mm_add_ps(xv, _mm_mul_ps(hv, vv)));
+#else
+    for (int a = 0; a < 4; ++a) {
+        v[a] += h * (gravity[a] + wind[a] * g);
+        p[a] = x[a];
+        x[a] += h * v[a];
+    }
+#endif
+}
+
+// v = (x - p) / h
+inline void VelocityOf(const float* x, const float* p, float h, float* v) {
+#if defined(__SSE2__)
+    _mm_storeu_ps(v, _mm_div_ps(_mm_sub_ps(_mm_loadu_ps(x), _mm_loadu_ps(p)), _mm_set1_ps(h)));
+#else
+    for (int a = 0; a < 4; ++a) v[a] = (x[a] - p[a]) / h;
+#endif
+}
+
+// out = v * keep
+inline void Scaled(const float* v, float keep, float* out) {
+#if defined(__SSE2__)
+    _mm_storeu_ps(out, _mm_mul_ps(_mm_loadu_ps(v), _mm_set1_ps(keep)));
+#else
+    for (int a = 0; a < 4; ++a) out[a] = v[a] * keep;
+#endif
+}
+
+#if defined(ARD_CLOTH_AVX)
+bool HasAvx() {
+    static const bool has = __builtin_cpu_supports("avx");
+    return has;
+}
+
+// x, y, z, w of eight vertices from (x, y, z, w) of each: r0 holds vertices 0
+// and 4, r1 1 and 5 and so on; the same turn gives them back.
+__attribute__((target("avx"))) inline void Turn8(__m256& r0, __m256& r1, __m256& r2, __m256& r3) {
+    __m256 t0 = _mm256_unpacklo_ps(r0, r1), t1 = _mm256_unpackhi_ps(r0, r1);
+    __m256 t2 = _mm256_unpacklo_ps(r2, r3), t3 = _mm256_unpackhi_ps(r2, r3);
+    r0 = _mm256_shuffle_ps(t0, t2, _MM_SHUFFLE(1, 0, 1, 0));
+    r1 = _mm256_shuffle_ps(t0, t2, _MM_SHUFFLE(3, 2, 3, 2));
+    r2 = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(1, 0, 1, 0));
+    r3 = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(3, 2, 3, 2));
+}
+
+__attribute__((target("avx"))) inline __m256 Pair(const float* lo, const float* hi) {
+    return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(lo)), _mm_loadu_ps(hi), 1);
+}
+
+__attribute__((target("avx"))) inline void Unpair(__m256 v, float* lo, float* hi) {
+    _mm_storeu_ps(lo, _mm256_castps256_ps128(v));
+    _mm_storeu_ps(hi, _mm256_extractf128_ps(v, 1));
+}
+
+// Solves blocks of eight constraints of one colour group from k on, with the
+// arithmetic of one at a time; returns where it stopped: fewer than eight
+// left, or a block with a constraint whose ends are in one place (unwritten).
+__attribute__((target("avx"))) uint32_t SolveEight(const uint32_t* pairs, const float* rest, const float* compliance,
+                                                   float* lambda, float* xw, uint32_t k, uint32_t end, float invH2) {
+    const __m256 sign = _mm256_set1_ps(-0.0f), tiny = _mm256_set1_ps(1e-9f), invH2v = _mm256_set1_ps(invH2);
+    for (; k + 8 <= end; k += 8) {
+        const uint32_t* p = pairs + 2 * k;
+        float* pa[8];
+        float* pb[8];
+        for (int q = 0; q < 8; ++q) pa[q] = xw + 4 * p[2 * q], pb[q] = xw + 4 * p[2 * q + 1];
+        __m256 ax = Pair(pa[0], pa[4]), ay = Pair(pa[1], pa[5]), az = Pair(pa[2], pa[6]), wi = Pair(pa[3], pa[7]);
+        __m256 bx = Pair(pb[0], pb[4]), by = Pair(pb[1], pb[5]), bz = Pair(pb[2], pb[6]), wj = Pair(pb[3], pb[7]);
+        Turn8(ax, ay, az, wi);
+        Turn8(bx, by, bz, wj);
+        __m256 dx = _mm256_sub_ps(bx, ax), dy = _mm256_sub_ps(by, ay), dz = _mm256_sub_ps(bz, az);
+        __m256 len = _mm256_sqrt_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(dx, dx), _mm256_mul_ps(dy, dy)),
+                                                  _mm256_mul_ps(dz, dz)));
+        if (_mm256_movemask_ps(_mm256_cmp_ps(len, tiny, _CMP_LT_OQ)) != 0) break;
+        __m256 alpha = _mm256_mul_ps(_mm256_loadu_ps(compliance + k), invH2v);
+        __m256 lam = _mm256_loadu_ps(lambda + k);
+        __m256 dl = _mm256_div_ps(_mm256_sub_ps(_mm256_xor_ps(_mm256_sub_ps(len, _mm256_loadu_ps(rest + k)), sign),
+                                                _mm256_mul_ps(alpha, lam)),
+                                  _mm256_add_ps(_mm256_add_ps(wi, wj), alpha));
+        _mm256_storeu_ps(lambda + k, _mm256_add_ps(lam, dl));
+        __m256 s = _mm256_div_ps(dl, len);
+        __m256 si = _mm256_mul_ps(wi, s), sj = _mm256_mul_ps(wj, s);
+        ax = _mm256_sub_ps(ax, _mm256_mul_ps(si, dx)), ay = _mm256_sub_ps(ay, _mm256_mul_ps(si, dy));
+        az = _mm256_sub_ps(az, _mm256_mul_ps(si, dz));
+        bx = _mm256_add_ps(bx, _mm256_mul_ps(sj, dx)), by = _mm256_add_ps(by, _mm256_mul_ps(sj, dy));
+        bz = _mm256_add_ps(bz, _mm256_mul_ps(sj, dz));
+        Turn8(ax, ay, az, wi);
+        Turn8(bx, by, bz, wj);
+        Unpair(ax, pa[0], pa[4]), Unpair(ay, pa[1], pa[5]), Unpair(az, pa[2], pa[6]), Unpair(wi, pa[3], pa[7]);
+        Unpair(bx, pb[0], pb[4]), Unpair(by, pb[1], pb[5]), Unpair(bz, pb[2], pb[6]), Unpair(wj, pb[3], pb[7]);
+    }
+    return k;
+}
+#endif
 
 }  // namespace
 
@@ -266,9 +381,15 @@ bool ClothSolver::Init(const ClothMesh& mesh, const CookedCloth& cooked, const C
                        std::string* why) {
     if (!ValidateCooked(cooked, mesh, why)) return false;
     x_ = mesh.positions;
-    prev_ = x_;
     v_.assign(x_.size(), 0.0f);
     w_ = mesh.invMass;
+    xw_.resize(4 * w_.size());
+    for (size_t i = 0; i < w_.size(); ++i) {
+        std::memcpy(&xw_[4 * i], &x_[3 * i], 3 * sizeof(float));
+        xw_[4 * i + 3] = w_[i];
+    }
+    prevw_ = xw_;
+    vw_.assign(xw_.size(), 0.0f);
     cooked_ = cooked;
     lambda_.assign(cooked_.ConstraintCount(), 0.0f);
     params_ = params;
@@ -281,59 +402,45 @@ float WindGust(uint32_t i, float t) { return 1.0f + 0.5f * std::sin(1.7f * t + 0
 int ClothSolver::Simulate(float dt) {
     int n = stepper_.Advance(dt);
     for (int s = 0; s < n; ++s) SubStep(kSubStep, stepper_.StartTime() + s * kSubStep);
+    for (size_t i = 0; n > 0 && i < w_.size(); ++i) {
+        std::memcpy(&x_[3 * i], &xw_[4 * i], 3 * sizeof(float));
+        std::memcpy(&v_[3 * i], &vw_[4 * i], 3 * sizeof(float));
+    }
     return n;
 }
 
 void ClothSolver::SubStep(float h, float t) {
     const size_t n = w_.size();
-    const float* wind = params_.wind;
+    // Whole vertices at a time: the fourth lane carries the inverse mass
+    // through untouched (velocity 0 there).
+    const float wind[4] = {params_.wind[0], params_.wind[1], params_.wind[2], 0.0f};
+    const float gravity[4] = {0.0f, kGravityY, 0.0f, 0.0f};
     // The gust of vertex i depends on i % 97 only: one sine per phase, not per vertex.
     float gust[kGustPhases];
     for (uint32_t k = 0; k < kGustPhases; ++k) gust[k] = WindGust(k, t);
     for (size_t i = 0; i < n; ++i) {
         if (w_[i] == 0.0f) continue;
         float g = gust[i % kGustPhases];
-        float* v = &v_[3 * i];
-        float* x = &x_[3 * i];
-        v[0] += h * (wind[0] * g);
-        v[1] += h * (kGravityY + wind[1] * g);
-        v[2] += h * (wind[2] * g);
-        std::memcpy(&prev_[3 * i], x, 3 * sizeof(float));
-        x[0] += h * v[0];
-        x[1] += h * v[1];
-        x[2] += h * v[2];
+        PredictVertex(&vw_[4 * i], &xw_[4 * i], &prevw_[4 * i], gravity, wind, g, h);
     }
     std::fill(lambda_.begin(), lambda_.end(), 0.0f);
     const float invH2 = 1.0f / (h * h);
-    const size_t m = cooked_.ConstraintCount();
-    for (int it = 0; it < params_.iterations; ++it) {
-        for (size_t k = 0; k < m; ++k) {
-            uint32_t i = cooked_.pairs[2 * k], j = cooked_.pairs[2 * k + 1];
-            float wi = w_[i], wj = w_[j];
-            float* a = &x_[3 * i];
-            float* b = &x_[3 * j];
-            float dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
-            float len = std::sqrt(dx * dx + dy * dy + dz * dz);
-            if (len < 1e-9f) continue;
-            float alpha = cooked_.compliance[k] * invH2;
-            float dl = (-(len - cooked_.restLength[k]) - alpha * lambda_[k]) / (wi + wj + alpha);
-            lambda_[k] += dl;
-            float s = dl / len;
-            a[0] -= wi * s * dx, a[1] -= wi * s * dy, a[2] -= wi * s * dz;
-            b[0] += wj * s * dx, b[1] += wj * s * dy, b[2] += wj * s * dz;
-        }
-    }
+    for (int it = 0; it < params_.iterations; ++it)
+        for (size_t c = 0; c + 1 < cooked_.colorStart.size(); ++c)
+            SolveConstraints(cooked_.colorStart[c], cooked_.colorStart[c + 1], invH2);
     const float r0 = params_.thickness;
+    const float floor = params_.groundHeight + r0;
     const float keep = std::max(0.0f, 1.0f - params_.damping * h);
     for (size_t i = 0; i < n; ++i) {
         if (w_[i] == 0.0f) continue;
-        float* x = &x_[3 * i];
-        const float* p = &prev_[3 * i];
-        float v[3] = {(x[0] - p[0]) / h, (x[1] - p[1]) / h, (x[2] - p[2]) / h};
+        float* x = &xw_[4 * i];
+        const float* p = &prevw_[4 * i];
+        float v[4];
+        VelocityOf(x, p, h, v);
         float nrm[3] = {0, 0, 0};
         bool contact = false;
-        if (x[1] < params_.groundHeight + r0) {
-            x[1] = params_.groundHeight + r0;
+        if (x[1] < floor) {
+            x[1] = floor;
             nrm[1] = 1.0f;
             contact = true;
         }
@@ -359,8 +466,83 @@ void ClothSolver::SubStep(float h, float t) {
             float scale = vtLen > 1e-9f ? std::max(0.0f, 1.0f - kFriction * std::fabs(newVn - vn) / vtLen) : 0.0f;
             for (int a = 0; a < 3; ++a) v[a] = vt[a] * scale + newVn * nrm[a];
         }
-        for (int a = 0; a < 3; ++a) v_[3 * i + a] = v[a] * keep;
+        Scaled(v, keep, &vw_[4 * i]);
     }
+}
+
+// One colour group: no two of its constraints share a vertex, so they can be
+// solved four at a time with exactly the arithmetic of one at a time (the
+// same operations in the same order, and SSE rounds as scalar code does).
+void ClothSolver::SolveConstraints(uint32_t k, uint32_t end, float invH2) {
+    const uint32_t* pairs = cooked_.pairs.data();
+    const float* rest = cooked_.restLength.data();
+    const float* compliance = cooked_.compliance.data();
+    float* lambda = lambda_.data();
+    float* xw = xw_.data();
+    auto one = [&](uint32_t k) {
+        float* a = xw + 4 * pairs[2 * k];
+        float* b = xw + 4 * pairs[2 * k + 1];
+        float wi = a[3], wj = b[3];
+        float dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
+        float len = std::sqrt(dx * dx + dy * dy + dz * dz);
+        if (len < 1e-9f) return;
+        float alpha = compliance[k] * invH2;
+        float dl = (-(len - rest[k]) - alpha * lambda[k]) / (wi + wj + alpha);
+        lambda[k] += dl;
+        float s = dl / len;
+        a[0] -= wi * s * dx, a[1] -= wi * s * dy, a[2] -= wi * s * dz;
+        b[0] += wj * s * dx, b[1] += wj * s * dy, b[2] += wj * s * dz;
+    };
+#if defined(ARD_CLOTH_AVX)
+    if (HasAvx()) {
+        for (;;) {
+            k = SolveEight(pairs, rest, compliance, lambda, xw, k, end, invH2);
+            if (k + 8 > end) break;
+            for (uint32_t q = 0; q < 8; ++q) one(k + q);  // the block it stopped at
+            k += 8;
+        }
+    }
+#endif
+#if defined(__SSE2__)
+    const __m128 sign = _mm_set1_ps(-0.0f), tiny = _mm_set1_ps(1e-9f), invH2v = _mm_set1_ps(invH2);
+    for (; k + 4 <= end; k += 4) {
+        const uint32_t* p = pairs + 2 * k;
+        float* pa[4] = {xw + 4 * p[0], xw + 4 * p[2], xw + 4 * p[4], xw + 4 * p[6]};
+        float* pb[4] = {xw + 4 * p[1], xw + 4 * p[3], xw + 4 * p[5], xw + 4 * p[7]};
+        // Four vertices' (x, y, z, w) turned into x, y, z and w of four vertices.
+        __m128 ax = _mm_loadu_ps(pa[0]), ay = _mm_loadu_ps(pa[1]), az = _mm_loadu_ps(pa[2]), wi = _mm_loadu_ps(pa[3]);
+        __m128 bx = _mm_loadu_ps(pb[0]), by = _mm_loadu_ps(pb[1]), bz = _mm_loadu_ps(pb[2]), wj = _mm_loadu_ps(pb[3]);
+        _MM_TRANSPOSE4_PS(ax, ay, az, wi);
+        _MM_TRANSPOSE4_PS(bx, by, bz, wj);
+        __m128 dx = _mm_sub_ps(bx, ax), dy = _mm_sub_ps(by, ay), dz = _mm_sub_ps(bz, az);
+        __m128 len = _mm_sqrt_ps(
+            _mm_add_ps(_mm_add_ps(_mm_mul_ps(dx, dx), _mm_mul_ps(dy, dy)), _mm_mul_ps(dz, dz)));
+        if (_mm_movemask_ps(_mm_cmplt_ps(len, tiny)) != 0) {
+            // A constraint without a direction (its ends in one place): this
+            // block goes one at a time, which skips it. Nothing of the block
+            // has been written yet.
+            for (uint32_t q = 0; q < 4; ++q) one(k + q);
+            continue;
+        }
+        __m128 alpha = _mm_mul_ps(_mm_loadu_ps(compliance + k), invH2v);
+        __m128 lam = _mm_loadu_ps(lambda + k);
+        __m128 dl = _mm_div_ps(
+            _mm_sub_ps(_mm_xor_ps(_mm_sub_ps(len, _mm_loadu_ps(rest + k)), sign), _mm_mul_ps(alpha, lam)),
+            _mm_add_ps(_mm_add_ps(wi, wj), alpha));
+        _mm_storeu_ps(lambda + k, _mm_add_ps(lam, dl));
+        __m128 s = _mm_div_ps(dl, len);
+        __m128 si = _mm_mul_ps(wi, s), sj = _mm_mul_ps(wj, s);
+        ax = _mm_sub_ps(ax, _mm_mul_ps(si, dx)), ay = _mm_sub_ps(ay, _mm_mul_ps(si, dy));
+        az = _mm_sub_ps(az, _mm_mul_ps(si, dz));
+        bx = _mm_add_ps(bx, _mm_mul_ps(sj, dx)), by = _mm_add_ps(by, _mm_mul_ps(sj, dy));
+        bz = _mm_add_ps(bz, _mm_mul_ps(sj, dz));
+        _MM_TRANSPOSE4_PS(ax, ay, az, wi);
+        _MM_TRANSPOSE4_PS(bx, by, bz, wj);
+        _mm_storeu_ps(pa[0], ax), _mm_storeu_ps(pa[1], ay), _mm_storeu_ps(pa[2], az), _mm_storeu_ps(pa[3], wi);
+        _mm_storeu_ps(pb[0], bx), _mm_storeu_ps(pb[1], by), _mm_storeu_ps(pb[2], bz), _mm_storeu_ps(pb[3], wj);
+    }
+#endif
+    for (; k < end; ++k) one(k);
 }
 
 void ComputeNormals(const std::vector<float>& p, const std::vector<uint32_t>& idx, std::vector<float>* normals) {

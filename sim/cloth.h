@@ -85,8 +85,8 @@ public:
     bool Init(const ClothMesh& mesh, const CookedCloth& cooked, const ClothParams& params, std::string* why);
     // One simulate call: whole fixed sub-steps of `dt`; returns how many ran.
     int Simulate(float dt);
-    void SubStep(float h, float t);
 
+    // xyz per vertex, as of the end of the last simulate call.
     const std::vector<float>& Positions() const { return x_; }
     const std::vector<float>& Velocities() const { return v_; }
     const std::vector<float>& InvMass() const { return w_; }
@@ -97,7 +97,15 @@ public:
 private:
     static constexpr uint32_t kGustPhases = 97;  // WindGust repeats every 97 vertices
 
-    std::vector<float> x_, prev_, v_, w_, lambda_;
+    void SubStep(float h, float t);
+    void SolveConstraints(uint32_t first, uint32_t end, float invH2);
+
+    // The solver works on four floats a vertex (x, y, z, inverse mass; the
+    // velocity's fourth is 0) so one load fetches a whole end of a constraint
+    // and one operation moves a whole vertex; x_ and v_ are the xyz copies
+    // handed out.
+    std::vector<float> xw_, prevw_, vw_;
+    std::vector<float> x_, v_, w_, lambda_;
     CookedCloth cooked_;
     ClothParams params_;
     FixedStepper stepper_;
