@@ -151,7 +151,7 @@ class AmarkRuns(E2ETest):
         inst = self.install()
         r = inst.run(*LIGHT, "/test3d=2206", "/width=%d" % W, "/height=%d" % H, "/amark_preset=1",
                      "/amark_stages=2", "/amark_stage_seconds=1", "/verify_every=5", "/verify_fault=1",
-                     "/results_json=result.json", timeout=400)
+                     "/results_json=result.json", "/screenshot=shot.png", timeout=400)
         msgs = inst.messages()
         self.assertEqual(r.returncode, 6, r.stdout + r.stderr + "\n".join(msgs[-15:]))
         self.assertIn("Main render thread - benchmark finished - exit ok.", msgs, msgs[-12:])
@@ -169,6 +169,10 @@ class AmarkRuns(E2ETest):
         self.assertEqual(v["mismatches"][0]["pixels"], int(m.group(1)))
         # The stage was still scored from the frames it drew.
         self.assertGreater(stage_lines(msgs)[STAGES[1]][0], 0)
+        # The HUD's check line, bottom left, is red.
+        w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
+        red = count_pixels(rows, (0, h - 30, w // 2, h), lambda r, g, b: r > 180 and g < 60 and b < 60)
+        self.assertGreater(red, 30)
 
     def test_inactive_stages_are_skipped_and_competition_scores_count_frames(self):
         # Stages 1 and 3 only; presets 4 and 5 at a height other than 720
