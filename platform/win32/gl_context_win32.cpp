@@ -4,12 +4,156 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/gpu_choice.h"
 
 namespace platform {
 
 namespace {
 
 thread_local GlContext* tCurrent = nullptr;
+
+// WGL_NV_gpu_affinity: the driver lists its GPUs by handle, each with the
+// display devices it drives; a device context made for a list of GPUs (an
+// affinity DC) sends the OpenGL of contexts made on it to those GPUs only.
+using GpuNv = void*;
+struct GpuDeviceNv {
+    DWORD cb;
+    CHAR DeviceName[32];
+    CHAR DeviceString[128];
+    DWORD Flags;
+    RECT rcVirtualScreen;
+};
+using EnumGpusNvFn = BOOL(WINAPI*)(UINT, GpuNv*);
+using EnumGpuDevicesNvFn = BOOL(WINAPI*)(GpuNv, UINT, GpuDeviceNv*);
+using CreateAffinityDcNvFn = HDC(WINAPI*)(const GpuNv*);
+using DeleteDcNvFn = BOOL(WINAPI*)(HDC);
+using GetExtensionsStringFn = const char*(WINAPI*)(HDC);
+
+template <typename F>
+F WglFunction(const char* name) {
+    return reinterpret_cast<F>(reinterpret_cast<void*>(wglGetProcAddress(name)));
+}
+
+// A fixed-size text field of a Windows structure, which need not end in a 0.
+template <size_t N>
+std::string Field(const CHAR (&text)[N]) {
+    return std::string(text, strnlen(text, N));
+}
+
+bool HasExtension(const char* list, const char* name) {
+    const size_t n = std::strlen(name);
+    for (const char* p = list; (p = std::strstr(p, name)) != nullptr; p += n)
+        if ((p == list || p[-1] == ' ') && (p[n] == ' ' || p[n] == '\0')) return true;
+    return false;
+}
+
+// The chosen GPU's affinity DC, looked for with a context current on the
+// window's DC (the extension's functions come from it).
+struct AffinityDc {
+    HDC dc = nullptr;
+    DeleteDcNvFn deleteDc = nullptr;
+    std::string device;   // which GPU, for the log
+    std::string failure;  // why none could be made
+};
+
+AffinityDc ChooseAffinityGpu(HDC windowDc) {
+    AffinityDc out;
+    const GpuChoice& choice = CurrentGpuChoice();
+    if (choice.index <= 0) return out;
+    auto extensions = WglFunction<GetExtensionsStringFn>("wglGetExtensionsStringARB");
+    if (!extensions) extensions = WglFunction<GetExtensionsStringFn>("wglGetExtensionsStringEXT");
+    const char* list = extensions ? extensions(windowDc) : nullptr;
+    if (!list || !HasExtension(list, "WGL_NV_gpu_affinity")) {
+        // The other vendor's association extension makes contexts with no
+        // window at all, which would have to be copied into the window every
+        // frame; this program does not use it.
+        out.failure = list && HasExtension(list, "WGL_AMD_gpu_association")
+                          ? "the driver offers WGL_AMD_gpu_association, which this program does not use"
+                          : "the driver offers no GPU affinity extension";
+        return out;
+    }
+    auto enumGpus = WglFunction<EnumGpusNvFn>("wglEnumGpusNV");
+    auto enumDevices = WglFunction<EnumGpuDevicesNvFn>("wglEnumGpuDevicesNV");
+    auto createDc = WglFunction<CreateAffinityDcNvFn>("wglCreateAffinityDCNV");
+    auto deleteDc = WglFunction<DeleteDcNvFn>("wglDeleteDCNV");
+    if (!enumGpus || !enumDevices || !createDc || !deleteDc) {
+        out.failure = "WGL_NV_gpu_affinity is listed but its functions are missing";
+        return out;
+    }
+    std::vector<GpuNv> gpus;
+    std::vector<std::vector<std::string>> gpuDisplays;
+    for (UINT i = 0; i < 64; ++i) {
+        GpuNv gpu = nullptr;
+        if (!enumGpus(i, &gpu) || !gpu) break;
+        std::vector<std::string> names;
+        for (UINT j = 0; j < 32; ++j) {
+            GpuDeviceNv device = {};
+            device.cb = sizeof device;
+            if (!enumDevices(gpu, j, &device)) break;
+            names.push_back(Field(device.DeviceName));
+        }
+        gpus.push_back(gpu);
+        gpuDisplays.push_back(names);
+    }
+    std::vector<DisplayDeviceRow> displays;
+    for (DWORD k = 0; k < 64; ++k) {
+        DISPLAY_DEVICEA display = {};
+        display.cb = sizeof display;
+        if (!EnumDisplayDevicesA(nullptr, k, &display, 0)) break;
+        displays.push_back(DisplayDeviceRow{Field(display.DeviceName), Field(display.DeviceID)});
+    }
+    const int k = PickAdapter(choice, IdentifyAffinityGpus(gpuDisplays, displays));
+    const std::string count = std::to_string(gpus.size());
+    if (k < 0) {
+        out.failure = "GPU " + std::to_string(choice.index) + " (" + choice.name + ") is none of the " + count +
+                      " GPUs WGL_NV_gpu_affinity lists";
+        return out;
+    }
+    const GpuNv mask[2] = {gpus[static_cast<size_t>(k)], nullptr};
+    out.dc = createDc(mask);
+    if (!out.dc) {
+        out.failure = "wglCreateAffinityDCNV failed for its GPU " + std::to_string(k + 1);
+        return out;
+    }
+    out.deleteDc = deleteDc;
+    out.device = "WGL_NV_gpu_affinity GPU " + std::to_string(k + 1) + " of " + count;
+    return out;
+}
+
+// The framebuffer calls of the offscreen target a context on an affinity DC
+// draws into when the window is not on its GPU's displays.
+struct FboCalls {
+    void(WINAPI* GenFramebuffers)(int, unsigned*);
+    void(WINAPI* BindFramebuffer)(unsigned, unsigned);
+    void(WINAPI* GenRenderbuffers)(int, unsigned*);
+    void(WINAPI* BindRenderbuffer)(unsigned, unsigned);
+    void(WINAPI* RenderbufferStorage)(unsigned, unsigned, int, int);
+    void(WINAPI* FramebufferRenderbuffer)(unsigned, unsigned, unsigned, unsigned);
+    unsigned(WINAPI* CheckFramebufferStatus)(unsigned);
+    void(WINAPI* DeleteFramebuffers)(int, const unsigned*);
+    void(WINAPI* DeleteRenderbuffers)(int, const unsigned*);
+
+    bool Load() {
+        GenFramebuffers = WglFunction<decltype(GenFramebuffers)>("glGenFramebuffers");
+        BindFramebuffer = WglFunction<decltype(BindFramebuffer)>("glBindFramebuffer");
+        GenRenderbuffers = WglFunction<decltype(GenRenderbuffers)>("glGenRenderbuffers");
+        BindRenderbuffer = WglFunction<decltype(BindRenderbuffer)>("glBindRenderbuffer");
+        RenderbufferStorage = WglFunction<decltype(RenderbufferStorage)>("glRenderbufferStorage");
+        FramebufferRenderbuffer = WglFunction<decltype(FramebufferRenderbuffer)>("glFramebufferRenderbuffer");
+        CheckFramebufferStatus = WglFunction<decltype(CheckFramebufferStatus)>("glCheckFramebufferStatus");
+        DeleteFramebuffers = WglFunction<decltype(DeleteFramebuffers)>("glDeleteFramebuffers");
+        DeleteRenderbuffers = WglFunction<decltype(DeleteRenderbuffers)>("glDeleteRenderbuffers");
+        return GenFramebuffers && BindFramebuffer && GenRenderbuffers && BindRenderbuffer && RenderbufferStorage &&
+               FramebufferRenderbuffer && CheckFramebufferStatus && DeleteFramebuffers && DeleteRenderbuffers;
+    }
+};
+
+constexpr unsigned kFramebuffer = 0x8D40, kRenderbuffer = 0x8D41, kColor0 = 0x8CE0, kDepthStencil = 0x821A,
+                   kRgba8 = 0x8058, kDepth24Stencil8 = 0x88F0, kComplete = 0x8CD5;
 
 // WGL_ARB_create_context and WGL_ARB_create_context_profile.
 constexpr int kWglContextMajor = 0x2091, kWglContextMinor = 0x2092, kWglProfileMask = 0x9126,
@@ -26,14 +170,49 @@ public:
     WglContext(HWND w, HDC dc, HGLRC rc) : window_(w), dc_(dc), rc_(rc) { LoadFences(); }
     ~WglContext() override {
         ReleaseFences();
+        if (fbo_) {
+            fbo_calls_.BindFramebuffer(kFramebuffer, 0);
+            fbo_calls_.DeleteFramebuffers(1, &fbo_);
+            fbo_calls_.DeleteRenderbuffers(2, rbo_);
+        }
         wglMakeCurrent(nullptr, nullptr);
         wglDeleteContext(rc_);
+        if (affinity_.dc) affinity_.deleteDc(affinity_.dc);
         ReleaseDC(window_, dc_);
         if (ownsWindow_) DestroyWindow(window_);
         if (tCurrent == this) tCurrent = nullptr;
     }
     // The hidden window of an offscreen context goes with the context.
     void OwnWindow() { ownsWindow_ = true; }
+    // The context was made on the chosen GPU's affinity DC, which goes with it.
+    void KeepAffinity(const AffinityDc& affinity) { affinity_ = affinity; }
+    void SetChoiceFailure(const std::string& why) { failure_ = why; }
+    // Current on the affinity DC only: the frames go into a target of the
+    // window's size, as headless runs draw, since the window is not on the
+    // chosen GPU's displays.
+    bool DrawOffscreen(int width, int height, std::string* error) {
+        if (!fbo_calls_.Load()) {
+            *error = "framebuffer objects are not supported on the chosen GPU";
+            return false;
+        }
+        fbo_calls_.GenFramebuffers(1, &fbo_);
+        fbo_calls_.GenRenderbuffers(2, rbo_);
+        fbo_calls_.BindFramebuffer(kFramebuffer, fbo_);
+        fbo_calls_.BindRenderbuffer(kRenderbuffer, rbo_[0]);
+        fbo_calls_.RenderbufferStorage(kRenderbuffer, kRgba8, width, height);
+        fbo_calls_.FramebufferRenderbuffer(kFramebuffer, kColor0, kRenderbuffer, rbo_[0]);
+        fbo_calls_.BindRenderbuffer(kRenderbuffer, rbo_[1]);
+        fbo_calls_.RenderbufferStorage(kRenderbuffer, kDepth24Stencil8, width, height);
+        fbo_calls_.FramebufferRenderbuffer(kFramebuffer, kDepthStencil, kRenderbuffer, rbo_[1]);
+        if (fbo_calls_.CheckFramebufferStatus(kFramebuffer) != kComplete) {
+            *error = "the offscreen target on the chosen GPU is incomplete";
+            return false;
+        }
+        using ViewportFn = void(WINAPI*)(int, int, int, int);
+        if (auto viewport = reinterpret_cast<ViewportFn>(ProcAddress("glViewport"))) viewport(0, 0, width, height);
+        affinity_.device += ", drawn offscreen (the window shows no picture: that GPU drives none of its displays)";
+        return true;
+    }
     void* ProcAddress(const char* name) override {
         // wglGetProcAddress knows only what came after OpenGL 1.1; the rest
         // is exported by opengl32 itself. Some drivers answer 1, 2, 3 or -1
@@ -45,17 +224,25 @@ public:
         return reinterpret_cast<void*>(p);
     }
     void SwapBuffers() override {
-        ::SwapBuffers(dc_);
+        // An offscreen frame has nothing to show; it is fenced all the same,
+        // so the driver never queues more than a swap chain would.
+        if (!fbo_) ::SwapBuffers(dc_);
         FencePresentedFrame();
     }
-    unsigned DefaultFramebuffer() const override { return 0; }
+    unsigned DefaultFramebuffer() const override { return fbo_; }
     int Samples() const override { return 0; }
+    std::string ChosenDevice() const override { return affinity_.device; }
+    std::string ChoiceFailure() const override { return failure_; }
 
 private:
     HWND window_;
     HDC dc_;
     HGLRC rc_;
     bool ownsWindow_ = false;
+    AffinityDc affinity_;
+    std::string failure_;
+    FboCalls fbo_calls_ = {};
+    unsigned fbo_ = 0, rbo_[2] = {0, 0};
 };
 
 }  // namespace
@@ -91,34 +278,62 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
         *error = "wglCreateContext failed";
         return nullptr;
     }
-    HGLRC rc = legacy;
-    if (req.major >= 3) {
-        auto create = reinterpret_cast<CreateContextAttribsFn>(
-            reinterpret_cast<void*>(wglGetProcAddress("wglCreateContextAttribsARB")));
-        const int attribs[] = {kWglContextMajor, req.major, kWglContextMinor, req.minor, kWglProfileMask,
-                               req.core ? kWglCoreProfile : kWglCompatibilityProfile, 0};
-        HGLRC modern = create ? create(dc, nullptr, attribs) : nullptr;
-        if (!modern) {
-            wglMakeCurrent(nullptr, nullptr);
-            wglDeleteContext(legacy);
-            ReleaseDC(window, dc);
-            char buf[96];
-            std::snprintf(buf, sizeof buf, "no OpenGL %d.%d %s context", req.major, req.minor,
-                          req.core ? "core" : "compatibility");
-            *error = buf;
-            return nullptr;
+    auto create = req.major >= 3 ? WglFunction<CreateContextAttribsFn>("wglCreateContextAttribsARB") : nullptr;
+    const int attribs[] = {kWglContextMajor, req.major, kWglContextMinor, req.minor, kWglProfileMask,
+                           req.core ? kWglCoreProfile : kWglCompatibilityProfile, 0};
+    auto makeContext = [&](HDC on) -> HGLRC {
+        if (req.major >= 3) return create ? create(on, nullptr, attribs) : nullptr;
+        return on == dc ? legacy : wglCreateContext(on);
+    };
+
+    // A chosen GPU: the context is made on its affinity DC where the driver
+    // offers one; otherwise on the window, and the log says why.
+    AffinityDc affinity = ChooseAffinityGpu(dc);
+    HGLRC rc = nullptr;
+    if (affinity.dc) {
+        const int affinityFormat = ChoosePixelFormat(affinity.dc, &pfd);
+        if (affinityFormat != 0 && SetPixelFormat(affinity.dc, affinityFormat, &pfd)) rc = makeContext(affinity.dc);
+        if (!rc) {
+            affinity.deleteDc(affinity.dc);
+            affinity = AffinityDc();
+            affinity.failure = "no OpenGL context could be made on the chosen GPU's affinity DC";
         }
+    }
+    if (!rc) rc = makeContext(dc);
+    if (!rc) {
         wglMakeCurrent(nullptr, nullptr);
         wglDeleteContext(legacy);
-        wglMakeCurrent(dc, modern);
-        rc = modern;
+        ReleaseDC(window, dc);
+        char buf[96];
+        std::snprintf(buf, sizeof buf, "no OpenGL %d.%d %s context", req.major, req.minor,
+                      req.core ? "core" : "compatibility");
+        *error = buf;
+        return nullptr;
+    }
+    if (rc != legacy) {
+        wglMakeCurrent(nullptr, nullptr);
+        wglDeleteContext(legacy);
+    }
+    // A context of the chosen GPU shows its frames in the window when the
+    // window is on one of that GPU's displays; otherwise it is current on
+    // its affinity DC alone.
+    const bool onWindow = wglMakeCurrent(dc, rc) != FALSE;
+    if (!onWindow && !(affinity.dc && wglMakeCurrent(affinity.dc, rc))) {
+        wglDeleteContext(rc);
+        if (affinity.dc) affinity.deleteDc(affinity.dc);
+        ReleaseDC(window, dc);
+        *error = "the OpenGL context cannot be made current";
+        return nullptr;
     }
     // As fast as the card allows: no wait for the vertical blank.
     using SwapIntervalFn = BOOL(WINAPI*)(int);
-    auto swapInterval = reinterpret_cast<SwapIntervalFn>(reinterpret_cast<void*>(wglGetProcAddress("wglSwapIntervalEXT")));
-    if (swapInterval) swapInterval(0);
+    auto swapInterval = WglFunction<SwapIntervalFn>("wglSwapIntervalEXT");
+    if (swapInterval && onWindow) swapInterval(0);
     auto ctx = std::make_unique<WglContext>(window, dc, rc);
+    ctx->SetChoiceFailure(affinity.failure);
+    if (affinity.dc) ctx->KeepAffinity(affinity);
     tCurrent = ctx.get();
+    if (!onWindow && !ctx->DrawOffscreen(target.width, target.height, error)) return nullptr;
     return ctx;
 }
 
