@@ -58,9 +58,22 @@ struct AffinityDc {
     DeleteDcNvFn deleteDc = nullptr;
     std::string device;   // which GPU, for the log
     std::string failure;  // why none could be made
+    // The window is on one of the chosen GPU's displays: a context of that
+    // GPU shows its frames there. Elsewhere what it draws into the window is
+    // undefined, so it draws offscreen instead.
+    bool drivesWindow = false;
 };
 
-AffinityDc ChooseAffinityGpu(HDC windowDc) {
+// The display device ("\\.\DISPLAY2") that holds most of the window.
+std::string WindowDisplay(HWND window) {
+    MONITORINFOEXA info = {};
+    info.cbSize = sizeof info;
+    HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
+    if (!monitor || !GetMonitorInfoA(monitor, &info)) return std::string();
+    return Field(info.szDevice);
+}
+
+AffinityDc ChooseAffinityGpu(HWND window, HDC windowDc) {
     AffinityDc out;
     const GpuChoice& choice = CurrentGpuChoice();
     if (choice.index <= 0) return out;
@@ -121,6 +134,9 @@ AffinityDc ChooseAffinityGpu(HDC windowDc) {
     }
     out.deleteDc = deleteDc;
     out.device = "WGL_NV_gpu_affinity GPU " + std::to_string(k + 1) + " of " + count;
+    const std::string shown = WindowDisplay(window);
+    for (const std::string& name : gpuDisplays[static_cast<size_t>(k)])
+        if (!shown.empty() && lstrcmpiA(name.c_str(), shown.c_str()) == 0) out.drivesWindow = true;
     return out;
 }
 
@@ -210,7 +226,7 @@ public:
         }
         using ViewportFn = void(WINAPI*)(int, int, int, int);
         if (auto viewport = reinterpret_cast<ViewportFn>(ProcAddress("glViewport"))) viewport(0, 0, width, height);
-        affinity_.device += ", drawn offscreen (the window shows no picture: that GPU drives none of its displays)";
+        affinity_.device += ", drawn offscreen (the window shows no picture: it is on none of that GPU's displays)";
         return true;
     }
     void* ProcAddress(const char* name) override {
@@ -288,7 +304,7 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
 
     // A chosen GPU: the context is made on its affinity DC where the driver
     // offers one; otherwise on the window, and the log says why.
-    AffinityDc affinity = ChooseAffinityGpu(dc);
+    AffinityDc affinity = ChooseAffinityGpu(window, dc);
     HGLRC rc = nullptr;
     if (affinity.dc) {
         const int affinityFormat = ChoosePixelFormat(affinity.dc, &pfd);
@@ -317,7 +333,7 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
     // A context of the chosen GPU shows its frames in the window when the
     // window is on one of that GPU's displays; otherwise it is current on
     // its affinity DC alone.
-    const bool onWindow = wglMakeCurrent(dc, rc) != FALSE;
+    const bool onWindow = (!affinity.dc || affinity.drivesWindow) && wglMakeCurrent(dc, rc) != FALSE;
     if (!onWindow && !(affinity.dc && wglMakeCurrent(affinity.dc, rc))) {
         wglDeleteContext(rc);
         if (affinity.dc) affinity.deleteDc(affinity.dc);
