@@ -87,4 +87,18 @@ std::vector<AdapterIdentity> IdentifyAffinityGpus(const std::vector<std::vector<
     return out;
 }
 
+int PickByRendererName(const GpuChoice& choice, const std::vector<std::string>& renderers) {
+    auto key = [](const std::string& s) {
+        const size_t b = s.find_first_not_of(" \t");
+        const size_t e = s.find_last_not_of(" \t");
+        return b == std::string::npos ? std::string() : Upper(s.substr(b, e - b + 1));
+    };
+    const std::string wanted = key(choice.name);
+    if (wanted.empty()) return -1;
+    int seen = 0;
+    for (size_t i = 0; i < renderers.size(); ++i)
+        if (key(renderers[i]) == wanted && seen++ == choice.sameBefore) return static_cast<int>(i);
+    return -1;
+}
+
 }  // namespace platform

@@ -54,4 +54,11 @@ struct DisplayDeviceRow {
 std::vector<AdapterIdentity> IdentifyAffinityGpus(const std::vector<std::vector<std::string>>& gpuDisplays,
                                                   const std::vector<DisplayDeviceRow>& displays);
 
+// Which of the GPUs an extension that names them only by renderer string
+// lists is the chosen one: of the GPUs whose renderer string is the chosen
+// GPU's name (letter case and surrounding blanks aside), the one after
+// `sameBefore` of them (boards of one PCI identity carry one name). -1 when
+// the choice has no name or none fits.
+int PickByRendererName(const GpuChoice& choice, const std::vector<std::string>& renderers);
+
 }  // namespace platform

@@ -8,6 +8,7 @@ using platform::PickAdapter;
 using platform::DisplayDeviceRow;
 using platform::IdentifyAffinityGpus;
 using platform::ParsePciDeviceId;
+using platform::PickByRendererName;
 
 TEST(PickAdapter, SamePciIdentityIsTakenInInventoryOrder) {
     // Two identical boards and a third of another kind, as an API lists them.
@@ -89,4 +90,25 @@ TEST(IdentifyAffinityGpus, EachGpuTakesTheIdentityOfItsFirstListedDisplay) {
     c.pciDevice = 0x2204;
     c.sameBefore = 0;
     EXPECT_EQ(PickAdapter(c, ids), 0);
+}
+
+TEST(PickByRendererName, SameNamesAreTakenInOrderAndANamelessChoiceMatchesNothing) {
+    const std::vector<std::string> renderers = {"AMD Radeon RX 7900 XTX", "AMD Radeon Pro W7800 ",
+                                                "amd radeon rx 7900 xtx", "AMD Radeon RX 7900 XT"};
+    GpuChoice c;
+    c.index = 3;
+    c.name = "AMD Radeon RX 7900 XTX";
+    EXPECT_EQ(PickByRendererName(c, renderers), 0);
+    c.sameBefore = 1;
+    EXPECT_EQ(PickByRendererName(c, renderers), 2);
+    c.sameBefore = 2;
+    EXPECT_EQ(PickByRendererName(c, renderers), -1);
+    // A name that only begins another one is not that one.
+    c.name = "AMD Radeon RX 7900";
+    c.sameBefore = 0;
+    EXPECT_EQ(PickByRendererName(c, renderers), -1);
+    c.name = " AMD Radeon Pro W7800";
+    EXPECT_EQ(PickByRendererName(c, renderers), 1);
+    c.name = "";
+    EXPECT_EQ(PickByRendererName(c, {""}), -1);
 }

@@ -58,6 +58,7 @@ struct AffinityDc {
     DeleteDcNvFn deleteDc = nullptr;
     std::string device;   // which GPU, for the log
     std::string failure;  // why none could be made
+    bool associationOffered = false;  // the driver offers WGL_AMD_gpu_association instead
     // The window is on one of the chosen GPU's displays: a context of that
     // GPU shows its frames there. Elsewhere what it draws into the window is
     // undefined, so it draws offscreen instead.
@@ -81,12 +82,8 @@ AffinityDc ChooseAffinityGpu(HWND window, HDC windowDc) {
     if (!extensions) extensions = WglFunction<GetExtensionsStringFn>("wglGetExtensionsStringEXT");
     const char* list = extensions ? extensions(windowDc) : nullptr;
     if (!list || !HasExtension(list, "WGL_NV_gpu_affinity")) {
-        // The other vendor's association extension makes contexts with no
-        // window at all, which would have to be copied into the window every
-        // frame; this program does not use it.
-        out.failure = list && HasExtension(list, "WGL_AMD_gpu_association")
-                          ? "the driver offers WGL_AMD_gpu_association, which this program does not use"
-                          : "the driver offers no GPU affinity extension";
+        out.associationOffered = list && HasExtension(list, "WGL_AMD_gpu_association");
+        out.failure = "the driver offers no GPU affinity extension";
         return out;
     }
     auto enumGpus = WglFunction<EnumGpusNvFn>("wglEnumGpusNV");
@@ -140,8 +137,23 @@ AffinityDc ChooseAffinityGpu(HWND window, HDC windowDc) {
     return out;
 }
 
-// The framebuffer calls of the offscreen target a context on an affinity DC
-// draws into when the window is not on its GPU's displays.
+HMODULE OpenGl32() {
+    static HMODULE lib = LoadLibraryA("opengl32.dll");
+    return lib;
+}
+
+// The entry point of the current context. wglGetProcAddress knows only what
+// came after OpenGL 1.1; the rest is exported by opengl32 itself. Some
+// drivers answer 1, 2, 3 or -1 for "not found".
+void* WglProcAddress(const char* name) {
+    PROC p = wglGetProcAddress(name);
+    intptr_t v = reinterpret_cast<intptr_t>(p);
+    if (v == 0 || v == 1 || v == 2 || v == 3 || v == -1) p = OpenGl32() ? GetProcAddress(OpenGl32(), name) : nullptr;
+    return reinterpret_cast<void*>(p);
+}
+
+// The framebuffer calls of the offscreen target a context of the chosen GPU
+// draws into when it cannot draw in the window.
 struct FboCalls {
     void(WINAPI* GenFramebuffers)(int, unsigned*);
     void(WINAPI* BindFramebuffer)(unsigned, unsigned);
@@ -171,26 +183,57 @@ struct FboCalls {
 constexpr unsigned kFramebuffer = 0x8D40, kRenderbuffer = 0x8D41, kColor0 = 0x8CE0, kDepthStencil = 0x821A,
                    kRgba8 = 0x8058, kDepth24Stencil8 = 0x88F0, kComplete = 0x8CD5;
 
+// A colour and depth target of the window's size that stands in for the
+// window, made and freed with its context current.
+struct OffscreenTarget {
+    FboCalls calls = {};
+    unsigned fbo = 0, rbo[2] = {0, 0};
+    int width = 0, height = 0;
+
+    bool Create(int w, int h, std::string* error) {
+        if (!calls.Load()) {
+            *error = "framebuffer objects are not supported on the chosen GPU";
+            return false;
+        }
+        width = w;
+        height = h;
+        calls.GenFramebuffers(1, &fbo);
+        calls.GenRenderbuffers(2, rbo);
+        calls.BindFramebuffer(kFramebuffer, fbo);
+        calls.BindRenderbuffer(kRenderbuffer, rbo[0]);
+        calls.RenderbufferStorage(kRenderbuffer, kRgba8, w, h);
+        calls.FramebufferRenderbuffer(kFramebuffer, kColor0, kRenderbuffer, rbo[0]);
+        calls.BindRenderbuffer(kRenderbuffer, rbo[1]);
+        calls.RenderbufferStorage(kRenderbuffer, kDepth24Stencil8, w, h);
+        calls.FramebufferRenderbuffer(kFramebuffer, kDepthStencil, kRenderbuffer, rbo[1]);
+        if (calls.CheckFramebufferStatus(kFramebuffer) != kComplete) {
+            *error = "the offscreen target on the chosen GPU is incomplete";
+            return false;
+        }
+        using ViewportFn = void(WINAPI*)(int, int, int, int);
+        if (auto viewport = reinterpret_cast<ViewportFn>(WglProcAddress("glViewport"))) viewport(0, 0, w, h);
+        return true;
+    }
+    void Destroy() {
+        if (!fbo) return;
+        calls.BindFramebuffer(kFramebuffer, 0);
+        calls.DeleteFramebuffers(1, &fbo);
+        calls.DeleteRenderbuffers(2, rbo);
+        fbo = 0;
+    }
+};
+
 // WGL_ARB_create_context and WGL_ARB_create_context_profile.
 constexpr int kWglContextMajor = 0x2091, kWglContextMinor = 0x2092, kWglProfileMask = 0x9126,
               kWglCoreProfile = 0x00000001, kWglCompatibilityProfile = 0x00000002;
 using CreateContextAttribsFn = HGLRC(WINAPI*)(HDC, HGLRC, const int*);
-
-HMODULE OpenGl32() {
-    static HMODULE lib = LoadLibraryA("opengl32.dll");
-    return lib;
-}
 
 class WglContext : public GlContext {
 public:
     WglContext(HWND w, HDC dc, HGLRC rc) : window_(w), dc_(dc), rc_(rc) { LoadFences(); }
     ~WglContext() override {
         ReleaseFences();
-        if (fbo_) {
-            fbo_calls_.BindFramebuffer(kFramebuffer, 0);
-            fbo_calls_.DeleteFramebuffers(1, &fbo_);
-            fbo_calls_.DeleteRenderbuffers(2, rbo_);
-        }
+        offscreen_.Destroy();
         wglMakeCurrent(nullptr, nullptr);
         wglDeleteContext(rc_);
         if (affinity_.dc) affinity_.deleteDc(affinity_.dc);
@@ -207,45 +250,18 @@ public:
     // window's size, as headless runs draw, since the window is not on the
     // chosen GPU's displays.
     bool DrawOffscreen(int width, int height, std::string* error) {
-        if (!fbo_calls_.Load()) {
-            *error = "framebuffer objects are not supported on the chosen GPU";
-            return false;
-        }
-        fbo_calls_.GenFramebuffers(1, &fbo_);
-        fbo_calls_.GenRenderbuffers(2, rbo_);
-        fbo_calls_.BindFramebuffer(kFramebuffer, fbo_);
-        fbo_calls_.BindRenderbuffer(kRenderbuffer, rbo_[0]);
-        fbo_calls_.RenderbufferStorage(kRenderbuffer, kRgba8, width, height);
-        fbo_calls_.FramebufferRenderbuffer(kFramebuffer, kColor0, kRenderbuffer, rbo_[0]);
-        fbo_calls_.BindRenderbuffer(kRenderbuffer, rbo_[1]);
-        fbo_calls_.RenderbufferStorage(kRenderbuffer, kDepth24Stencil8, width, height);
-        fbo_calls_.FramebufferRenderbuffer(kFramebuffer, kDepthStencil, kRenderbuffer, rbo_[1]);
-        if (fbo_calls_.CheckFramebufferStatus(kFramebuffer) != kComplete) {
-            *error = "the offscreen target on the chosen GPU is incomplete";
-            return false;
-        }
-        using ViewportFn = void(WINAPI*)(int, int, int, int);
-        if (auto viewport = reinterpret_cast<ViewportFn>(ProcAddress("glViewport"))) viewport(0, 0, width, height);
+        if (!offscreen_.Create(width, height, error)) return false;
         affinity_.device += ", drawn offscreen (the window shows no picture: it is on none of that GPU's displays)";
         return true;
     }
-    void* ProcAddress(const char* name) override {
-        // wglGetProcAddress knows only what came after OpenGL 1.1; the rest
-        // is exported by opengl32 itself. Some drivers answer 1, 2, 3 or -1
-        // for "not found".
-        PROC p = wglGetProcAddress(name);
-        intptr_t v = reinterpret_cast<intptr_t>(p);
-        if (v == 0 || v == 1 || v == 2 || v == 3 || v == -1)
-            p = OpenGl32() ? GetProcAddress(OpenGl32(), name) : nullptr;
-        return reinterpret_cast<void*>(p);
-    }
+    void* ProcAddress(const char* name) override { return WglProcAddress(name); }
     void SwapBuffers() override {
         // An offscreen frame has nothing to show; it is fenced all the same,
         // so the driver never queues more than a swap chain would.
-        if (!fbo_) ::SwapBuffers(dc_);
+        if (!offscreen_.fbo) ::SwapBuffers(dc_);
         FencePresentedFrame();
     }
-    unsigned DefaultFramebuffer() const override { return fbo_; }
+    unsigned DefaultFramebuffer() const override { return offscreen_.fbo; }
     int Samples() const override { return 0; }
     std::string ChosenDevice() const override { return affinity_.device; }
     std::string ChoiceFailure() const override { return failure_; }
@@ -257,9 +273,157 @@ private:
     bool ownsWindow_ = false;
     AffinityDc affinity_;
     std::string failure_;
-    FboCalls fbo_calls_ = {};
-    unsigned fbo_ = 0, rbo_[2] = {0, 0};
+    OffscreenTarget offscreen_;
 };
+
+// WGL_AMD_gpu_association: the driver lists its GPUs by number and names
+// each by its renderer string; a context associated with one GPU has no
+// window and no default framebuffer, draws into a target of its own and
+// has its frames blitted into a context of the window to be shown.
+constexpr int kGpuRendererStringAmd = 0x1F01;
+constexpr unsigned kUnsignedByte = 0x1401, kReadFramebuffer = 0x8CA8, kReadFramebufferBinding = 0x8CAA,
+                   kColorBufferBit = 0x4000, kNearest = 0x2600;
+using GetGpuIdsAmdFn = UINT(WINAPI*)(UINT, UINT*);
+using GetGpuInfoAmdFn = INT(WINAPI*)(UINT, INT, unsigned, UINT, void*);
+using CreateAssociatedAttribsAmdFn = HGLRC(WINAPI*)(UINT, HGLRC, const int*);
+using CreateAssociatedAmdFn = HGLRC(WINAPI*)(UINT);
+using AssociatedContextAmdFn = BOOL(WINAPI*)(HGLRC);
+using BlitContextFramebufferAmdFn = VOID(WINAPI*)(HGLRC, int, int, int, int, int, int, int, int, unsigned, unsigned);
+
+class AssociatedContext : public GlContext {
+public:
+    struct Calls {
+        AssociatedContextAmdFn makeCurrent = nullptr, destroy = nullptr;
+        BlitContextFramebufferAmdFn blit = nullptr;
+    };
+    // `windowRc` is current on `dc` and stays the window's context; the
+    // associated one is made current here.
+    AssociatedContext(HWND window, HDC dc, HGLRC windowRc, HGLRC associated, const Calls& calls, std::string device)
+        : window_(window), dc_(dc), windowRc_(windowRc), rc_(associated), calls_(calls), device_(std::move(device)) {}
+    ~AssociatedContext() override {
+        if (current_) {
+            ReleaseFences();
+            offscreen_.Destroy();
+        }
+        calls_.makeCurrent(nullptr);
+        calls_.destroy(rc_);
+        if (ownsWindowContext_) {
+            wglMakeCurrent(nullptr, nullptr);
+            wglDeleteContext(windowRc_);
+            ReleaseDC(window_, dc_);
+        } else {
+            wglMakeCurrent(dc_, windowRc_);
+        }
+        if (tCurrent == this) tCurrent = nullptr;
+    }
+    // Once started: the window's context and DC go with this one.
+    void OwnWindowContext() { ownsWindowContext_ = true; }
+    bool Start(int width, int height, std::string* error) {
+        if (!calls_.makeCurrent(rc_)) {
+            *error = "the context of the chosen GPU cannot be made current";
+            return false;
+        }
+        current_ = true;
+        LoadFences();
+        if (!offscreen_.Create(width, height, error)) return false;
+        using GetIntegervFn = void(WINAPI*)(unsigned, int*);
+        using BindFramebufferFn = void(WINAPI*)(unsigned, unsigned);
+        getIntegerv_ = reinterpret_cast<GetIntegervFn>(WglProcAddress("glGetIntegerv"));
+        bindFramebuffer_ = reinterpret_cast<BindFramebufferFn>(WglProcAddress("glBindFramebuffer"));
+        if (!getIntegerv_ || !bindFramebuffer_) {
+            *error = "the chosen GPU's context lacks glGetIntegerv or glBindFramebuffer";
+            return false;
+        }
+        return true;
+    }
+    void* ProcAddress(const char* name) override { return WglProcAddress(name); }
+    void SwapBuffers() override {
+        // The frame goes from this context's target into the window's back
+        // buffer, which the window's own context then presents.
+        int read = 0;
+        getIntegerv_(kReadFramebufferBinding, &read);
+        bindFramebuffer_(kReadFramebuffer, offscreen_.fbo);
+        const int w = offscreen_.width, h = offscreen_.height;
+        calls_.blit(windowRc_, 0, 0, w, h, 0, 0, w, h, kColorBufferBit, kNearest);
+        bindFramebuffer_(kReadFramebuffer, static_cast<unsigned>(read));
+        FencePresentedFrame();
+        if (wglMakeCurrent(dc_, windowRc_)) ::SwapBuffers(dc_);
+        calls_.makeCurrent(rc_);
+    }
+    unsigned DefaultFramebuffer() const override { return offscreen_.fbo; }
+    int Samples() const override { return 0; }
+    std::string ChosenDevice() const override { return device_; }
+
+private:
+    HWND window_;
+    HDC dc_;
+    HGLRC windowRc_, rc_;
+    Calls calls_;
+    std::string device_;
+    bool current_ = false;
+    bool ownsWindowContext_ = false;
+    OffscreenTarget offscreen_;
+    void(WINAPI* getIntegerv_)(unsigned, int*) = nullptr;
+    void(WINAPI* bindFramebuffer_)(unsigned, unsigned) = nullptr;
+};
+
+// The chosen GPU through WGL_AMD_gpu_association, with `windowRc` current
+// on the window: null, and *failure says why, when it cannot be used; the
+// window's context then stays the caller's.
+std::unique_ptr<GlContext> CreateAssociatedContext(HWND window, HDC dc, HGLRC windowRc, const RenderTarget& target,
+                                                   const GlContextRequest& req, const int* attribs,
+                                                   std::string* failure) {
+    const GpuChoice& choice = CurrentGpuChoice();
+    auto getIds = WglFunction<GetGpuIdsAmdFn>("wglGetGPUIDsAMD");
+    auto getInfo = WglFunction<GetGpuInfoAmdFn>("wglGetGPUInfoAMD");
+    auto createAttribs = WglFunction<CreateAssociatedAttribsAmdFn>("wglCreateAssociatedContextAttribsAMD");
+    auto create = WglFunction<CreateAssociatedAmdFn>("wglCreateAssociatedContextAMD");
+    AssociatedContext::Calls calls;
+    calls.makeCurrent = WglFunction<AssociatedContextAmdFn>("wglMakeAssociatedContextCurrentAMD");
+    calls.destroy = WglFunction<AssociatedContextAmdFn>("wglDeleteAssociatedContextAMD");
+    calls.blit = WglFunction<BlitContextFramebufferAmdFn>("wglBlitContextFramebufferAMD");
+    if (!getIds || !getInfo || !calls.makeCurrent || !calls.destroy || !calls.blit ||
+        !(req.major >= 3 ? createAttribs != nullptr : create != nullptr)) {
+        *failure = "WGL_AMD_gpu_association is listed but its functions are missing";
+        return nullptr;
+    }
+    UINT ids[32] = {};
+    const UINT listed = getIds(32, ids);
+    const UINT count = listed < 32 ? listed : 32;
+    std::vector<std::string> renderers;
+    for (UINT i = 0; i < count; ++i) {
+        char name[256] = {};
+        if (getInfo(ids[i], kGpuRendererStringAmd, kUnsignedByte, sizeof name - 1, name) <= 0) name[0] = 0;
+        renderers.push_back(Field(name));
+    }
+    const int k = PickByRendererName(choice, renderers);
+    if (k < 0) {
+        *failure = "GPU " + std::to_string(choice.index) + " (" + choice.name + ") is none of the " +
+                   std::to_string(count) + " GPUs WGL_AMD_gpu_association lists";
+        return nullptr;
+    }
+    const UINT id = ids[k];
+    HGLRC associated = req.major >= 3 ? createAttribs(id, nullptr, attribs) : create(id);
+    if (!associated) {
+        *failure = "no OpenGL context could be associated with its GPU " + std::to_string(k + 1);
+        return nullptr;
+    }
+    auto ctx = std::make_unique<AssociatedContext>(
+        window, dc, windowRc, associated, calls,
+        "WGL_AMD_gpu_association GPU " + std::to_string(k + 1) + " of " + std::to_string(count) +
+            ", blitted into the window");
+    tCurrent = ctx.get();
+    std::string error;
+    if (!ctx->Start(target.width, target.height, &error)) {
+        // The window's context is current again, the caller's as before.
+        *failure = error;
+        ctx.reset();
+        tCurrent = nullptr;
+        return nullptr;
+    }
+    ctx->OwnWindowContext();
+    return ctx;
+}
 
 }  // namespace
 
@@ -305,6 +469,12 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
     // A chosen GPU: the context is made on its affinity DC where the driver
     // offers one; otherwise on the window, and the log says why.
     AffinityDc affinity = ChooseAffinityGpu(window, dc);
+    if (!affinity.dc && affinity.associationOffered) {
+        std::string why;
+        if (auto associated = CreateAssociatedContext(window, dc, legacy, target, req, attribs, &why))
+            return associated;
+        affinity.failure = why;
+    }
     HGLRC rc = nullptr;
     if (affinity.dc) {
         const int affinityFormat = ChoosePixelFormat(affinity.dc, &pfd);
