@@ -228,7 +228,17 @@ constexpr int kWglContextMajor = 0x2091, kWglContextMinor = 0x2092, kWglProfileM
               kWglCoreProfile = 0x00000001, kWglCompatibilityProfile = 0x00000002;
 using CreateContextAttribsFn = HGLRC(WINAPI*)(HDC, HGLRC, const int*);
 
-class WglContext : public GlContext {
+// Every context made here: on a window, which may be a hidden one of its own.
+class WindowGlContext : public GlContext {
+public:
+    // The hidden window of an offscreen context goes with the context.
+    void OwnWindow() { ownsWindow_ = true; }
+
+protected:
+    bool ownsWindow_ = false;
+};
+
+class WglContext : public WindowGlContext {
 public:
     WglContext(HWND w, HDC dc, HGLRC rc) : window_(w), dc_(dc), rc_(rc) { LoadFences(); }
     ~WglContext() override {
@@ -241,8 +251,6 @@ public:
         if (ownsWindow_) DestroyWindow(window_);
         if (tCurrent == this) tCurrent = nullptr;
     }
-    // The hidden window of an offscreen context goes with the context.
-    void OwnWindow() { ownsWindow_ = true; }
     // The context was made on the chosen GPU's affinity DC, which goes with it.
     void KeepAffinity(const AffinityDc& affinity) { affinity_ = affinity; }
     void SetChoiceFailure(const std::string& why) { failure_ = why; }
@@ -270,7 +278,6 @@ private:
     HWND window_;
     HDC dc_;
     HGLRC rc_;
-    bool ownsWindow_ = false;
     AffinityDc affinity_;
     std::string failure_;
     OffscreenTarget offscreen_;
@@ -290,7 +297,7 @@ using CreateAssociatedAmdFn = HGLRC(WINAPI*)(UINT);
 using AssociatedContextAmdFn = BOOL(WINAPI*)(HGLRC);
 using BlitContextFramebufferAmdFn = VOID(WINAPI*)(HGLRC, int, int, int, int, int, int, int, int, unsigned, unsigned);
 
-class AssociatedContext : public GlContext {
+class AssociatedContext : public WindowGlContext {
 public:
     struct Calls {
         AssociatedContextAmdFn makeCurrent = nullptr, destroy = nullptr;
@@ -311,6 +318,7 @@ public:
             wglMakeCurrent(nullptr, nullptr);
             wglDeleteContext(windowRc_);
             ReleaseDC(window_, dc_);
+            if (ownsWindow_) DestroyWindow(window_);
         } else {
             wglMakeCurrent(dc_, windowRc_);
         }
@@ -553,7 +561,7 @@ std::unique_ptr<GlContext> CreateOffscreenGlContext(const GlContextRequest& requ
         DestroyWindow(window);
         return nullptr;
     }
-    static_cast<WglContext*>(ctx.get())->OwnWindow();
+    static_cast<WindowGlContext*>(ctx.get())->OwnWindow();
     return ctx;
 }
 
