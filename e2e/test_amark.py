@@ -93,9 +93,16 @@ class AmarkRuns(E2ETest):
         return stages, ascore
 
     def test_five_stages_are_scored_from_what_they_counted(self):
+        # A picture check every 15 frames, through every stage and while the
+        # simulation runs: the check frame must not change with either.
         inst, r, msgs = self.run_benchmark("/amark_preset=2", "/amark_stage_seconds=2", "/log_score",
-                                           "/results_json=result.json")
+                                           "/results_json=result.json", "/verify_every=15")
         self.assertIn("AMark Normal preset", msgs)
+        self.assertIn("AMark: the check frame is the tessellation stage at 1 s.", msgs)
+        self.assertFalse([m for m in msgs if m.startswith("Verification error")], msgs[-20:])
+        done = [m for m in msgs if re.match(r"^Verification: \d+ checks, 0 errors\.$", m)]
+        self.assertEqual(len(done), 1, msgs[-20:])
+        self.assertGreaterEqual(int(done[0].split()[1]), 3)
         self.assertIn("AMark: every stage lasts 2.0 s (test setting /amark_stage_seconds).", msgs)
         self.assertIn("PhysX simulation thread - Start ok.", msgs)
         self.assertIn("PhysX fluids simulation thread - Exit ok.", msgs)
@@ -131,9 +138,41 @@ class AmarkRuns(E2ETest):
         self.assertAlmostEqual(sub["physx_avg_sps"], figure(msgs, "PhysX avg SPS"), delta=0.06)
         self.assertAlmostEqual(sub["combined_score"], figure(msgs, "Combined score"), delta=0.06)
         self.assertAlmostEqual(sub["ascore"], figure(msgs, "AScore"), delta=0.06)
+        self.assertEqual(result["verification"]["errors"], 0)
+        # llvmpipe's OpenGL 4.5 context runs the arithmetic check as well.
+        self.assertTrue(result["verification"]["compute_check"])
         summary = [l for l in r.stdout.splitlines() if l.startswith("Result: AMark GL4 CPU PhysX, OpenGL 4")]
         self.assertEqual(len(summary), 1, r.stdout)
         self.assertIn("ascore %.1f" % figure(msgs, "AScore"), summary[0])
+
+    def test_injected_fault_in_a_check_fails_the_run(self):
+        # The tessellation stage alone, a check every 5 frames, the first
+        # check's read-back corrupted.
+        inst = self.install()
+        r = inst.run(*LIGHT, "/test3d=2206", "/width=%d" % W, "/height=%d" % H, "/amark_preset=1",
+                     "/amark_stages=2", "/amark_stage_seconds=1", "/verify_every=5", "/verify_fault=1",
+                     "/results_json=result.json", "/screenshot=shot.png", timeout=400)
+        msgs = inst.messages()
+        self.assertEqual(r.returncode, 6, r.stdout + r.stderr + "\n".join(msgs[-15:]))
+        self.assertIn("Main render thread - benchmark finished - exit ok.", msgs, msgs[-12:])
+        self.assertIn("Verification: reference frame drawn (%dx%d) at frame 1." % (W, H), msgs)
+        self.assertIn("Verification: check 1 read-back corrupted on purpose (test setting /verify_fault).", msgs)
+        errors = [m for m in msgs if m.startswith("Verification error at frame ")]
+        self.assertEqual(len(errors), 1, msgs[-20:])
+        m = re.match(r"^Verification error at frame 6: (\d+) of %d pixels differ from the reference, "
+                     r"largest difference (\d+)\.$" % (W * H), errors[0])
+        self.assertIsNotNone(m, errors[0])
+        with open(os.path.join(inst.work_dir, "result.json")) as f:
+            v = json.load(f)["verification"]
+        self.assertEqual(v["errors"], 1)
+        self.assertEqual(v["mismatches"][0]["frame"], 6)
+        self.assertEqual(v["mismatches"][0]["pixels"], int(m.group(1)))
+        # The stage was still scored from the frames it drew.
+        self.assertGreater(stage_lines(msgs)[STAGES[1]][0], 0)
+        # The HUD's check line, bottom left, is red.
+        w, h, rows = read_png(os.path.join(inst.work_dir, "shot.png"))
+        red = count_pixels(rows, (0, h - 30, w // 2, h), lambda r, g, b: r > 180 and g < 60 and b < 60)
+        self.assertGreater(red, 30)
 
     def test_inactive_stages_are_skipped_and_competition_scores_count_frames(self):
         # Stages 1 and 3 only; presets 4 and 5 at a height other than 720

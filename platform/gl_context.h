@@ -40,6 +40,10 @@ public:
     // context cannot choose its GPU (a window's context takes the one the
     // window system or driver gives it).
     virtual std::string ChosenDevice() const { return std::string(); }
+    // When a GPU was chosen and this context could not take it: why (the
+    // driver offers no way to choose, the GPU is not among those it lists).
+    // Empty when the context does not say.
+    virtual std::string ChoiceFailure() const { return std::string(); }
 
 protected:
     // With the context current, once it exists.

@@ -33,4 +33,32 @@ struct AdapterIdentity {
 // only adapter at all. -1 when none fits.
 int PickAdapter(const GpuChoice& choice, const std::vector<AdapterIdentity>& adapters);
 
+// The PCI identity in a Windows device identifier such as
+// "PCI\\VEN_10DE&DEV_2684&SUBSYS_16F310DE&REV_A1" (either case). False, and
+// nothing written, when it names none.
+bool ParsePciDeviceId(const std::string& deviceId, int* vendor, int* device);
+
+// One display device as the window system lists it: its name (such as
+// "\\.\DISPLAY1") and the device identifier of the adapter behind it.
+struct DisplayDeviceRow {
+    std::string name;
+    std::string deviceId;
+};
+
+// The GPUs an OpenGL GPU-affinity extension enumerates know themselves only
+// by the display devices they drive: each GPU (the names of its displays,
+// in the extension's order) takes the PCI identity of the first of them
+// that `displays` lists with one. A GPU that drives no display, or none
+// listed, stays without identity, and PickAdapter then chooses it only as
+// the single adapter there is.
+std::vector<AdapterIdentity> IdentifyAffinityGpus(const std::vector<std::vector<std::string>>& gpuDisplays,
+                                                  const std::vector<DisplayDeviceRow>& displays);
+
+// Which of the GPUs an extension that names them only by renderer string
+// lists is the chosen one: of the GPUs whose renderer string is the chosen
+// GPU's name (letter case and surrounding blanks aside), the one after
+// `sameBefore` of them (boards of one PCI identity carry one name). -1 when
+// the choice has no name or none fits.
+int PickByRendererName(const GpuChoice& choice, const std::vector<std::string>& renderers);
+
 }  // namespace platform

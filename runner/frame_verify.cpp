@@ -91,8 +91,12 @@ bool FrameVerifier::TakeReference(cLm4DDemo& demo, uint64_t frame, unsigned nowM
     return true;
 }
 
+bool FrameVerifier::Due(uint64_t frame, unsigned nowMs) const {
+    return active_ && schedule_.Due(nowMs - lastMs_, frame - lastFrame_, lastCheckMs_);
+}
+
 bool FrameVerifier::MaybeCheck(cLm4DDemo& demo, uint64_t frame, unsigned nowMs) {
-    if (!active_ || !schedule_.Due(nowMs - lastMs_, frame - lastFrame_, lastCheckMs_)) return false;
+    if (!Due(frame, nowMs)) return false;
     Check(demo, frame, nowMs);
     return true;
 }

@@ -91,6 +91,8 @@ public:
     // Draws the reference; false (logged) when the object cannot draw a
     // check frame, and the run then goes without checks.
     bool TakeReference(cLm4DDemo& demo, uint64_t frame, unsigned nowMs);
+    // Whether a check is due at this frame and time.
+    bool Due(uint64_t frame, unsigned nowMs) const;
     // Draws and compares a check frame when one is due. True when a check ran.
     bool MaybeCheck(cLm4DDemo& demo, uint64_t frame, unsigned nowMs);
     // Draws and compares one check frame now.

@@ -303,10 +303,22 @@ int RenderThreadProc(RunHost& host, const RunSetup& setup) {
         // The reference is drawn once the first frame has taken the run's
         // pictures (custom images are picked up by the first frame).
         ++submitted;
-        if (submitted == 1)
-            verifier.TakeReference(*demo, submitted, timer.Milliseconds());
-        else
-            verifier.MaybeCheck(*demo, submitted, timer.Milliseconds());
+        const bool reference = submitted == 1;
+        if (reference || verifier.Due(submitted, timer.Milliseconds())) {
+            // A check is no frame: the frames in flight are drawn first (that
+            // wait is theirs), then the check's own time is taken out of the
+            // run's clock, so that neither the next frame's time, the FPS nor
+            // a staged benchmark's stage lengths hold it.
+            if (!reference) demo->FinishFrames();
+            const unsigned beforeMs = timer.Milliseconds();
+            const int64_t beforeFine = clock.Counter();
+            if (reference)
+                verifier.TakeReference(*demo, submitted, beforeMs);
+            else
+                verifier.Check(*demo, submitted, beforeMs);
+            lastFrame += timer.Milliseconds() - beforeMs;
+            lastFine += clock.Counter() - beforeFine;
+        }
         const unsigned newlyDrawn = drawn.TakeNew();
         s.interval_frames += newlyDrawn;
         if (measuring) s.benchmark_frames += newlyDrawn;

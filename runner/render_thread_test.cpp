@@ -87,12 +87,14 @@ public:
     bool DrawCheckFrame(CheckFrame* out) override {
         if (!checkFrame) return false;
         checkFrames++;
+        clock_.Advance(checkMs);
         return checkFrame(c_.frames, out);
     }
     int RunComputeCheck() override { return computeCheck ? computeCheck(c_.frames) : -1; }
     std::function<bool(int, CheckFrame*)> checkFrame;
     std::function<int(int)> computeCheck;
     int checkFrames = 0;
+    unsigned checkMs = 0;  // how long each check frame takes on the run's clock
 
     std::vector<float> seconds;
     int lag = -1;
@@ -585,4 +587,27 @@ TEST_F(RenderThread, ComputeCheckErrorsCountWithThePictureChecks) {
     EXPECT_EQ(r.mismatches[0].computeWrong, 3);
     EXPECT_EQ(r.mismatches[0].pixels, 0u);
     EXPECT_EQ(r.mismatches[3].computeWrong, kComputeValues);
+}
+
+TEST_F(RenderThread, ChecksTakeNoTimeFromTheFramesOrTheRunsClock) {
+    gRunExtras = RunExtras();
+    gRunExtras.verifyEveryFrames = 50;
+    // 10 ms frames and a check every 50 frames that takes 300 ms: were the
+    // checks counted, the run would end 60 % sooner by its clock, with fewer
+    // frames and 300 ms frames among them.
+    host.frameMs = [](int) { return 10u; };
+    host.setup = [](FakeDemo& d) {
+        d.checkMs = 300;
+        d.checkFrame = [](int, CheckFrame* out) { return SmallFrame(9, 9, out); };
+    };
+    Run();
+    gRunExtras = RunExtras();
+    const RunResults& r = host.ended.at(0);
+    EXPECT_GT(r.checks, 20u);
+    EXPECT_EQ(r.checkErrors, 0u);
+    EXPECT_EQ(RunStats.score.load(), 1000);
+    EXPECT_EQ(RunStats.final_min_fps.load(), 100);
+    EXPECT_DOUBLE_EQ(r.frameTimes.Percentile(1.0), 10.0);
+    EXPECT_DOUBLE_EQ(r.seconds, 10.0);
+    EXPECT_EQ(host.calls.frames, 402 + 1000);
 }

@@ -22,6 +22,7 @@ void SimCounters::Reset() {
     clothTotal = 0;
     fluidTotal = 0;
     currentStage = 0;
+    stageHeld = false;
 }
 
 namespace {
@@ -248,7 +249,7 @@ void SimulationImpl::ClothLoop() {
         StepCloth(dt, gpu.get());
         clothFrames.Publish();
         int32_t stage = StageIndex(counters);
-        counters.clothStage[stage].fetch_add(1);
+        if (!counters.stageHeld.load()) counters.clothStage[stage].fetch_add(1);
         counters.clothTotal.fetch_add(1);
         if (sync) clothThread.done.Set();
     }
@@ -275,7 +276,7 @@ void SimulationImpl::FluidLoop() {
         StepFluid(dt, gpu.get());
         fluidFrames.Publish();
         int32_t stage = StageIndex(counters);
-        counters.fluidStage[stage].fetch_add(1);
+        if (!counters.stageHeld.load()) counters.fluidStage[stage].fetch_add(1);
         counters.fluidTotal.fetch_add(1);
         if (sync) fluidThread.done.Set();
     }

@@ -67,6 +67,10 @@ struct SimCounters {
     std::atomic<int32_t> clothTotal{0};
     std::atomic<int32_t> fluidTotal{0};
     std::atomic<int32_t> currentStage{0};
+    // Set while the render thread draws something other than the stage (a
+    // picture check), whose time the stage's clock leaves out: steps
+    // finished meanwhile count in the totals only.
+    std::atomic<bool> stageHeld{false};
     void Reset();
 };
 

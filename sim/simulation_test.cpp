@@ -79,6 +79,26 @@ TEST(Simulation, ThreadsIdleWhileInactiveCountPerStageAndStopWithinAStep) {
         EXPECT_NE(log.find(line), std::string::npos) << line;
 }
 
+TEST(Simulation, StepsFinishedWhileTheStageIsHeldCountInTheTotalsOnly) {
+    Simulation s;
+    ASSERT_TRUE(s.Startup(SmallScene(), false));
+    s.StartThreads();
+    SimCounters& c = s.Counters();
+    c.currentStage = 2;
+    c.stageHeld = true;
+    s.SetActive(true);
+    ASSERT_TRUE(WaitUntil([&] { return c.clothTotal > 10 && c.fluidTotal > 10; }));
+    EXPECT_EQ(c.clothStage[2].load(), 0);
+    EXPECT_EQ(c.fluidStage[2].load(), 0);
+    c.stageHeld = false;
+    ASSERT_TRUE(WaitUntil([&] { return c.clothStage[2] > 5 && c.fluidStage[2] > 5; }));
+    s.Shutdown();
+    EXPECT_LT(c.clothStage[2].load(), c.clothTotal.load());
+    EXPECT_LT(c.fluidStage[2].load(), c.fluidTotal.load());
+    c.Reset();
+    EXPECT_FALSE(c.stageHeld.load());
+}
+
 TEST(Simulation, SynchronisedModeTakesExactlyOneStepPerFrame) {
     Simulation s;
     ASSERT_TRUE(s.Startup(SmallScene(), false));

@@ -563,9 +563,12 @@ void cLm4DDemo_OpenGL_4::ShadowPass(int stage) {
 }
 
 void cLm4DDemo_OpenGL_4::DrawStage(int stage) {
-    // The framebuffer the fur back-end chose (the view or its post target).
+    // The framebuffer the fur back-end chose (the view, its post target or
+    // the smaller check target) and the viewport it set for it.
     GLint target = 0;
     gl::GetIntegerv(0x8CA6 /* DRAW_FRAMEBUFFER_BINDING */, &target);
+    GLint view[4] = {0, 0, ViewWidth(), ViewHeight()};
+    gl::GetIntegerv(0x0BA2 /* VIEWPORT */, view);
     SetCamera(stage);
     if (stage == amark::kPhysxStage || stage == amark::kCombinedStage) {
         UpdateFlagBuffers();
@@ -576,7 +579,7 @@ void cLm4DDemo_OpenGL_4::DrawStage(int stage) {
     gl::Disable(gl::CULL_FACE);
     ShadowPass(stage);
     gl::BindFramebuffer(gl::FRAMEBUFFER, static_cast<GLuint>(target));
-    gl::Viewport(0, 0, ViewWidth(), ViewHeight());
+    gl::Viewport(view[0], view[1], view[2], view[3]);
     gl::ActiveTexture(gl4::TEXTURE2);
     gl::BindTexture(gl::TEXTURE_2D, shadowTex_);
     gl::ActiveTexture(gl::TEXTURE0);
@@ -616,6 +619,48 @@ void cLm4DDemo_OpenGL_4::DrawStage(int stage) {
         gl::Viewport(0, 0, ViewWidth(), ViewHeight());
     }
     gl::UseProgram(0);
+}
+
+void cLm4DDemo_OpenGL_4::DrawCheckScene() {
+    if (!checkSceneLogged_) {
+        checkSceneLogged_ = true;
+        gEventLog.Write("AMark: the check frame is the tessellation stage at %g s.",
+                        static_cast<double>(kCheckAnimationSeconds));
+    }
+    // The painter has set the check moment; the stage the run draws is kept.
+    const int stage = drawStage_;
+    drawStage_ = amark::kTessellationStage;
+    DrawStage(amark::kTessellationStage);
+    drawStage_ = stage;
+}
+
+void cLm4DDemo_OpenGL_4::LeaveOutOfFrameCost(double cpuBefore, int64_t wallBefore) {
+    const double cpu = platform::ThreadCpuSeconds();
+    if (lastCpu_ >= 0.0 && cpu >= 0.0 && cpuBefore >= 0.0) lastCpu_ += cpu - cpuBefore;
+    lastWall_ += platform::FineCounter() - wallBefore;
+}
+
+// The runner leaves a check's time out of the stage clock; the simulation
+// steps finished meanwhile are held out of the stage too, and so is the
+// check's cost out of the next frame's.
+bool cLm4DDemo_OpenGL_4::DrawCheckFrame(CheckFrame* out) {
+    if (physicsUp_) physics_.Counters().stageHeld = true;
+    const double cpu = platform::ThreadCpuSeconds();
+    const int64_t wall = platform::FineCounter();
+    const bool drawn = cLm4DDemo_GL::DrawCheckFrame(out);
+    LeaveOutOfFrameCost(cpu, wall);
+    if (physicsUp_) physics_.Counters().stageHeld = false;
+    return drawn;
+}
+
+int cLm4DDemo_OpenGL_4::RunComputeCheck() {
+    if (physicsUp_) physics_.Counters().stageHeld = true;
+    const double cpu = platform::ThreadCpuSeconds();
+    const int64_t wall = platform::FineCounter();
+    const int wrong = cLm4DDemo_GL::RunComputeCheck();
+    LeaveOutOfFrameCost(cpu, wall);
+    if (physicsUp_) physics_.Counters().stageHeld = false;
+    return wrong;
 }
 
 void cLm4DDemo_OpenGL_4::DrawOverlayExtras() {

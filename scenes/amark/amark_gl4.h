@@ -30,6 +30,10 @@ public:
     double FinalScore() const override { return scores_.ascore; }
     std::vector<std::pair<std::string, double>> ScoreBreakdown() const override;
     std::vector<StageResult> StageResults() const override;
+    // The picture and compute checks; their time is kept out of the
+    // stages' per-frame costs.
+    bool DrawCheckFrame(CheckFrame* out) override;
+    int RunComputeCheck() override;
 
     // What the run has counted so far (tests and the bench read them).
     const amark::StageRecord* Stages() const { return stages_; }
@@ -43,6 +47,10 @@ protected:
     const char* ImageFailurePrefix() const override { return "GL4"; }
     void DrawScene() override;
     void DrawOverlayExtras() override;
+    // The tessellation stage at the check moment: ground, spheres and sky
+    // are functions of time and the preset alone, unlike the stages the
+    // simulation threads move.
+    void DrawCheckScene() override;
 
 private:
     struct Buffers {
@@ -88,6 +96,10 @@ private:
         double cpuSeconds = 0.0, wallSeconds = 0.0;
     };
     StageCost cost_[amark::kStageCount];
+    // Moves the start of the next frame's cost past a check that began at
+    // these readings.
+    void LeaveOutOfFrameCost(double cpuBefore, int64_t wallBefore);
+    bool checkSceneLogged_ = false;
     double lastCpu_ = -1.0;
     int64_t lastWall_ = 0;
     uint64_t finishedSeen_ = 0;

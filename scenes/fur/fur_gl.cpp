@@ -110,9 +110,10 @@ void LogGpuChoice(const platform::GlContext& context) {
         return;
     }
 #if defined(_WIN32)
-    gEventLog.Write("OpenGL: /gpu=%d not applied: OpenGL on Windows draws on the GPU the driver chose (no GPU affinity "
-                    "extension is used).",
-                    gpu.index);
+    const std::string why = context.ChoiceFailure();
+    gEventLog.Write("OpenGL: /gpu=%d not applied: OpenGL on Windows cannot choose the GPU here (%s); it draws on the "
+                    "GPU the driver chose.",
+                    gpu.index, why.empty() ? "no GPU affinity extension" : why.c_str());
 #else
     gEventLog.Write("OpenGL: /gpu=%d not applied: OpenGL in a window draws on the GPU the display server chose (run "
                     "with /headless to choose).",

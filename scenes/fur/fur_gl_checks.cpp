@@ -95,7 +95,7 @@ bool cLm4DDemo_GL::SetUpComputeCheck() {
 }
 
 int cLm4DDemo_GL::RunComputeCheck() {
-    if (!context_ || amark_mode) return -1;
+    if (!context_) return -1;
     if (computeState_ == 0) computeState_ = SetUpComputeCheck() ? 1 : -1;
     if (computeState_ < 0) return -1;
     // Cleared first: results left from the last check must not pass for this one's.
