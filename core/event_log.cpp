@@ -42,6 +42,24 @@ void EventLog::WriteV(const char* format, va_list args) {
     unsigned id = counter_.fetch_add(1, std::memory_order_relaxed) + 1;
     char message[kMessageSize];
     std::vsnprintf(message, sizeof message, format ? format : "", args);
+    // One message, one line: a box text's line breaks (or a driver's string
+    // ending in one) would start a line without the prefix that readers and
+    // scripts split on. A run of breaks between words becomes one space;
+    // breaks at either end go.
+    {
+        char* out = message;
+        bool pendingSpace = false;
+        for (const char* in = message; *in; ++in) {
+            if (*in == '\n' || *in == '\r') {
+                pendingSpace = out != message;
+                continue;
+            }
+            if (pendingSpace) *out++ = ' ';
+            pendingSpace = false;
+            *out++ = *in;
+        }
+        *out = '\0';
+    }
 
     // Prefix, message and line end go out in one write so that lines from
     // several threads never mix, without taking a lock.

@@ -81,6 +81,23 @@ TEST(EventLog, LongMessagesAreCut) {
     std::remove(path);
 }
 
+TEST(EventLog, LineBreaksInAMessageKeepItOnOneLine) {
+    const char* path = "event_log_test_breaks.txt";
+    {
+        EventLog log(path);
+        log.Write("Could not switch to fullscreen mode.\n\rPlease try another resolution.");
+        log.Write("\r\ndriver text\n");
+        log.Write("a\n\n\nb");
+        EXPECT_EQ(log.LinesAfter(0).back(), "a b");
+    }
+    std::vector<std::string> lines = Lines(path);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_NE(lines[0].find(">> Could not switch to fullscreen mode. Please try another resolution."), std::string::npos);
+    EXPECT_EQ(lines[1].substr(lines[1].find(">> ")), ">> driver text");
+    EXPECT_EQ(lines[2].substr(lines[2].find(">> ")), ">> a b");
+    std::remove(path);
+}
+
 TEST(EventLog, UnopenableLogLosesWritesQuietly) {
     EventLog log("no_such_dir/sub/ardentium_log.txt");
     EXPECT_FALSE(log.IsOpen());
