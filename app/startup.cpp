@@ -204,20 +204,27 @@ bool RunFromLauncher() {
         cVXA_3DTestApp* app = gTestApps.Select(StartupOptions.test3d);
         if (!app) {
             gEventLog.Write("No registered test application could be selected: no test was started.");
+            NoteCouldNotStart("No registered test application could be selected");
             return false;
         }
         gEventLog.Write("Test application selected: %s (%d).", app->displayName, app->id);
         if (RunParameters.run_mode == 1) ForceBenchmarkMode(StartupOptions, RunParameters);
         BeginRunReport();
         const bool started = app->StartRenderThread(kind, RunServices());
-        if (started) Run3DMessageLoop();
-        else gEventLog.Write("The 3D window could not be created: no test was started.");
+        if (started) {
+            Run3DMessageLoop();
+        } else {
+            gEventLog.Write("The 3D window could not be created: no test was started.");
+            NoteCouldNotStart("The 3D window could not be created");
+        }
         gTestApps.Unselect();
         return started;
     }
     BeginRunReport();
     if (!Start3DRun(kind, RunServices())) {
+        // The launcher shows why; the session's exit code remembers it.
         gEventLog.Write("The 3D window could not be created: no test was started.");
+        NoteCouldNotStart("The 3D window could not be created");
         return false;
     }
     Run3DMessageLoop();

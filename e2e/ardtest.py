@@ -461,7 +461,9 @@ class LauncherDriver:
             time.sleep(0.2)
 
     def xdo(self, *args):
-        subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display), check=True, timeout=30)
+        """Runs xdotool on the test's display; returns what it printed."""
+        return subprocess.run(["xdotool", *args], env=dict(os.environ, DISPLAY=self.display), check=True,
+                              timeout=30, capture_output=True, text=True).stdout
 
     def click(self, proc, widget, field=False):
         """Clicks the middle of a widget; a field's rectangle also holds its

@@ -158,6 +158,56 @@ class LauncherTest(E2ETest, LauncherDriver):
         self.assertEqual(self.wait_exit(inst, proc), 0)
         self.assertIn("Launcher closed.", inst.messages())
 
+    def window_geometry(self, wid):
+        out = self.xdo("getwindowgeometry", "--shell", wid)
+        return dict(line.split("=", 1) for line in out.split() if "=" in line)
+
+    def test_fullscreen_runs_switch_only_to_the_displays_modes(self):
+        display = start_xvfb(self)  # one mode: 1024x768
+        inst = self.install()
+        with open(inst.path("startup_options.xml"), "w") as f:
+            f.write(SETTINGS.replace('max_time="60000"', 'max_time="3000"') % 'fullscreen="1" ')
+        proc = self.launcher(inst, display)
+        state = read_state(self.state_path)
+        self.assertEqual(state["fullscreen"], "1")
+        before = self.window_geometry(self.wid)
+        screen = self.xdo("getdisplaygeometry").split()
+
+        # 320x240 is not a mode of this display: refused, not drawn at
+        # whatever size the display offers instead.
+        self.click(proc, "start")
+        state = self.wait_state(proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the refused run")
+        self.assertEqual(state["score_dialog"], "0")
+        self.assertIn("Could not switch to fullscreen mode.", state["error"])
+        self.click(proc, "error.ok")
+        self.wait_state(proc, lambda s: s["error_dialog"] == "0", "the closed error box")
+
+        # The display's own mode: a real fullscreen run, then the launcher
+        # as it was, on a desktop as it was.
+        self.click(proc, "tab.settings")
+        self.wait_state(proc, lambda s: s["tab"] == "settings", "the settings tab")
+        self.type_into(proc, "width", "1024")
+        self.type_into(proc, "height", "768")
+        self.wait_state(proc, lambda s: (s["width"], s["height"]) == ("1024", "768"), "the display's size")
+        self.click(proc, "start")
+        state = self.wait_state(proc, lambda s: s["runs"] == "2" and s["running"] == "0", "the fullscreen run",
+                                timeout=180)
+        self.assertEqual(state["error"], "")
+        self.assertEqual(state["score_dialog"], "1")
+        self.assertEqual(state["score.Resolution"], "1024x768 fullscreen")
+        self.assertGreater(int(state["score.Frames"]), 0)
+        self.assertEqual(self.xdo("getdisplaygeometry").split(), screen)
+        after = self.window_geometry(self.wid)
+        self.assertEqual((after["WIDTH"], after["HEIGHT"]), (before["WIDTH"], before["HEIGHT"]))
+        self.screenshot(proc, "score-dialog-after-fullscreen")
+        # It still takes the pointer: the dialog closes, the program quits.
+        self.click(proc, "score.close")
+        self.wait_state(proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
+        self.click(proc, "quit")
+        self.assertEqual(self.wait_exit(inst, proc), 2)  # the refused run is the session's worst outcome
+        self.assertEqual(self.settings_attributes(inst)["fullscreen"], "1")
+        self.assertIn("Could not switch to fullscreen mode. Please try another resolution.", inst.messages())
+
     def run_to_score_dialog(self, inst, proc):
         self.click(proc, "start")
         state = self.wait_state(proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run",

@@ -164,6 +164,17 @@ bool EnsureVideo() {
     return SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
 }
 
+// A fullscreen run switches to one of the display's own modes. SDL would
+// quietly take the nearest larger one instead and the run would draw, and
+// report, a size nobody chose; like a refused mode switch on Windows, a size
+// the display lacks is refused.
+bool DisplayHasMode(int width, int height) {
+    DisplayMode m;
+    for (int i = 0; EnumDisplayMode(i, &m); ++i)
+        if (m.width == width && m.height == height) return true;
+    return false;
+}
+
 }  // namespace
 
 std::unique_ptr<Window3D> CreateWindow3D(const Window3DRequest& req, WindowError* error) {
@@ -185,6 +196,10 @@ std::unique_ptr<Window3D> CreateWindow3D(const Window3DRequest& req, WindowError
     Uint32 flags = SDL_WINDOW_OPENGL | (req.hidden ? SDL_WINDOW_HIDDEN : SDL_WINDOW_SHOWN);
     int x = SDL_WINDOWPOS_CENTERED, y = SDL_WINDOWPOS_CENTERED;
     if (req.fullscreen) {
+        if (!DisplayHasMode(req.width, req.height)) {
+            *error = WindowError::DisplayModeRefused;
+            return nullptr;
+        }
         flags |= SDL_WINDOW_FULLSCREEN;
         x = y = 0;
     }
