@@ -4,6 +4,7 @@ import http.server
 import os
 import re
 import threading
+import time
 import json
 import shutil
 import subprocess
@@ -57,18 +58,16 @@ class WineLauncher(unittest.TestCase, LauncherDriver):
         self.wait_state(proc, lambda s: s.get("tab") == "tests", "the tests tab")
         self.screenshot(proc, "wine-launcher-tests")
 
-        # The OpenGL 2 fur test through WGL. (A Direct3D 11 run started from
-        # the launcher under Wine now and then never draws its first frame;
-        # that is open, and the Direct3D tests start their runs directly.)
-        self.click(proc, "test.2003")
-        state = self.wait_state(proc, lambda s: s["test3d"] == "2003", "the chosen test")
+        # The Direct3D 11 fur test, beside the launcher's own OpenGL window.
+        self.click(proc, "test.2015")
+        state = self.wait_state(proc, lambda s: s["test3d"] == "2015", "the chosen test")
         self.assertEqual(state["test_available"], "1")
         self.click(proc, "start")
         state = self.wait_state(proc, lambda s: s["runs"] == "1" and s["running"] == "0", "the end of the run")
         self.assertEqual(state["error"], "")
         self.assertEqual(state["score_dialog"], "1")
-        self.assertEqual(state["score.Test"], "Furry VXA GL2")
-        self.assertEqual(state["score.API"], "OpenGL 2")
+        self.assertEqual(state["score.Test"], "Furry VXA D3D11")
+        self.assertEqual(state["score.API"], "Direct3D 11")
         self.assertGreater(int(state["score.Frames"]), 0)
         self.screenshot(proc, "wine-score-dialog")
         self.click(proc, "score.submit")
@@ -87,14 +86,27 @@ class WineLauncher(unittest.TestCase, LauncherDriver):
         state = self.wait_state(proc, lambda s: "failed" in s["score.submit"], "the refused submission")
         self.assertEqual(state["score.submit"], "Score submission failed: could not connect to the server.")
         self.screenshot(proc, "wine-score-dialog-submissions")
+
+        # A server on the same address that keeps the program waiting: the
+        # dialog closes and the program quits without waiting for it.
+        Recorder.status, Recorder.delay = 200, 90.0
+        slow = http.server.ThreadingHTTPServer(("127.0.0.1", server.server_address[1]), Recorder)
+        slow.block_on_close = False
+        threading.Thread(target=slow.serve_forever, daemon=True).start()
+        self.addCleanup(slow.server_close)
+        self.addCleanup(slow.shutdown)
+        self.click(proc, "score.submit")
+        self.wait_state(proc, lambda s: s["score.submit"].startswith("Sending to "), "the slow submission")
         self.click(proc, "score.close")
         self.wait_state(proc, lambda s: s["score_dialog"] == "0", "the closed score dialog")
         self.click(proc, "quit")
+        quit_at = time.monotonic()
         proc.wait(timeout=120)
+        self.assertLess(time.monotonic() - quit_at, 45, "the quit waited for the slow server")
         self.assertEqual(proc.returncode, 0, proc.stderr.read().decode("latin-1", "replace")[-2000:])
         with open(os.path.join(inst.program_dir, "startup_options.xml"), encoding="latin-1") as f:
             attrs = dict(re.findall(r'(\w+)="([^"]*)"', f.read()))
-        self.assertEqual(attrs["launcher_test3d"], "2003")  # the file started with 2102
+        self.assertEqual(attrs["launcher_test3d"], "2015")  # the file started with 2102
 
 
 if __name__ == "__main__":

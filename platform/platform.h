@@ -49,6 +49,11 @@ void InitCommonControls();
 
 // Is there a display to show windows and boxes on?
 bool HasDisplay();
+
+// Is this the Windows build running under Wine? (Never on Linux.) Wine's
+// Direct3D draws through the system's OpenGL driver, so what is known about
+// that driver holds for Direct3D too.
+bool UnderWine();
 // Lets go of the windowing system at exit, once every window is closed.
 void ReleaseDisplay();
 

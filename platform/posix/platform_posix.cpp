@@ -102,6 +102,8 @@ void ReleaseDisplay() {
     if (SDL_WasInit(0)) SDL_Quit();
 }
 
+bool UnderWine() { return false; }
+
 bool HasDisplay() {
     const char* x = std::getenv("DISPLAY");
     const char* w = std::getenv("WAYLAND_DISPLAY");

@@ -99,13 +99,16 @@ void InitCommonControls() {
     InitCommonControlsEx(&icc);
 }
 
+bool UnderWine() {
+    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
+    return ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
 bool HasDisplay() {
     // A desktop always exists on Windows; under Wine without an X display the
     // window station has no visible desktop and boxes cannot be answered.
     const char* x = std::getenv("DISPLAY");
-    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
-    bool underWine = ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
-    if (underWine) return x && *x;
+    if (UnderWine()) return x && *x;
     return GetSystemMetrics(SM_CXSCREEN) > 0;
 }
 

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "core/event_log.h"
+#include "monitor/probe_gpu.h"
+#include "platform/platform.h"
 #include "platform/gpu_choice.h"
 #include "scenes/fur/d3d_shaders.h"
 #include "scenes/fur/fur_d3d_api.h"
@@ -369,6 +371,8 @@ bool D3DFurDevice<Api>::CreateDevice(const RenderTarget& target, int width, int 
             ok = SUCCEEDED(d.device->CreateDepthStencilState(&ds, &d.depthStates[test][write]));
         }
     }
+    const bool anisotropic = fur_d3d::AnisotropicFiltering(platform::UnderWine(), ProbeGPU::getGlRenderer());
+    if (!anisotropic) gEventLog.Write("Anisotropic filtering is off on a software rasterizer.");
     typename Api::RasterizerDesc rd{};
     rd.FillMode = Api::kFillSolid;
     rd.CullMode = Api::kCullNone;
@@ -377,9 +381,9 @@ bool D3DFurDevice<Api>::CreateDevice(const RenderTarget& target, int width, int 
     for (int i = 0; ok && i < 2; ++i) {
         // Slot 0 repeats (surfaces, dots), slot 1 clamps (HUD, scene target).
         typename Api::SamplerDesc sd{};
-        sd.Filter = i == 0 ? Api::kFilterAnisotropic : Api::kFilterLinear;
+        sd.Filter = i == 0 && anisotropic ? Api::kFilterAnisotropic : Api::kFilterLinear;
         sd.AddressU = sd.AddressV = sd.AddressW = i == 0 ? Api::kAddressWrap : Api::kAddressClamp;
-        sd.MaxAnisotropy = 16;
+        sd.MaxAnisotropy = i == 0 && anisotropic ? 16 : 1;
         sd.ComparisonFunc = Api::kNever;
         sd.MaxLOD = Api::kMaxLod;
         ok = SUCCEEDED(d.device->CreateSamplerState(&sd, &d.samplers[i]));

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "render/gl_shader.h"
+
 namespace fur_d3d {
 
 namespace {
@@ -81,6 +83,10 @@ void PackRows(const void* mapped, size_t pitch, int width, int height, std::stri
     const char* src = static_cast<const char*>(mapped);
     for (int y = 0; y < height; ++y)
         std::memcpy(&(*out)[static_cast<size_t>(y) * row], src + static_cast<size_t>(y) * pitch, row);
+}
+
+bool AnisotropicFiltering(bool underWine, const std::string& glRenderer) {
+    return !(underWine && IsSoftwareRasterizer(glRenderer));
 }
 
 }  // namespace fur_d3d

@@ -69,4 +69,10 @@ size_t StreamCapacity(size_t current, size_t needed);
 // into `out` without the padding.
 void PackRows(const void* mapped, size_t pitch, int width, int height, std::string* out);
 
+// Whether the repeating sampler filters anisotropically. Not where Direct3D
+// is Wine's, drawn by a software rasterizer (the OpenGL renderer the start-up
+// probe found): its anisotropic sampling can take a frame minutes, or for
+// ever, and the run then never ends. The GL back-end makes the same choice.
+bool AnisotropicFiltering(bool underWine, const std::string& glRenderer);
+
 }  // namespace fur_d3d

@@ -178,3 +178,15 @@ TEST(FurD3DReadBack, PackRowsDropsThePitchPadding) {
     fur_d3d::PackRows(mapped.data(), 16, 0, 2, &out);
     EXPECT_TRUE(out.empty());
 }
+
+TEST(FurD3DTables, AnisotropyIsOffOnlyForWineOverASoftwareRasterizer) {
+    EXPECT_FALSE(fur_d3d::AnisotropicFiltering(true, "llvmpipe (LLVM 15.0.6, 256 bits)"));
+    EXPECT_FALSE(fur_d3d::AnisotropicFiltering(true, "Gallium 0.4 on softpipe"));
+    EXPECT_TRUE(fur_d3d::AnisotropicFiltering(true, "NVIDIA GeForce RTX 4090/PCIe/SSE2"));
+    // On Windows itself the OpenGL driver says nothing about Direct3D's: a
+    // machine with only the system's OpenGL still has a hardware device.
+    EXPECT_TRUE(fur_d3d::AnisotropicFiltering(false, "GDI Generic"));
+    EXPECT_TRUE(fur_d3d::AnisotropicFiltering(false, "llvmpipe (LLVM 15.0.6, 256 bits)"));
+    // No probe result: nothing known against it.
+    EXPECT_TRUE(fur_d3d::AnisotropicFiltering(true, ""));
+}
