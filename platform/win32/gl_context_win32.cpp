@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/gpu_choice.h"
+#include "platform/win32/wgl_setup.h"
 
 namespace platform {
 
@@ -32,11 +33,6 @@ using EnumGpuDevicesNvFn = BOOL(WINAPI*)(GpuNv, UINT, GpuDeviceNv*);
 using CreateAffinityDcNvFn = HDC(WINAPI*)(const GpuNv*);
 using DeleteDcNvFn = BOOL(WINAPI*)(HDC);
 using GetExtensionsStringFn = const char*(WINAPI*)(HDC);
-
-template <typename F>
-F WglFunction(const char* name) {
-    return reinterpret_cast<F>(reinterpret_cast<void*>(wglGetProcAddress(name)));
-}
 
 // A fixed-size text field of a Windows structure, which need not end in a 0.
 template <size_t N>
@@ -78,18 +74,18 @@ AffinityDc ChooseAffinityGpu(HWND window, HDC windowDc) {
     AffinityDc out;
     const GpuChoice& choice = CurrentGpuChoice();
     if (choice.index <= 0) return out;
-    auto extensions = WglFunction<GetExtensionsStringFn>("wglGetExtensionsStringARB");
-    if (!extensions) extensions = WglFunction<GetExtensionsStringFn>("wglGetExtensionsStringEXT");
+    auto extensions = wgl::Function<GetExtensionsStringFn>("wglGetExtensionsStringARB");
+    if (!extensions) extensions = wgl::Function<GetExtensionsStringFn>("wglGetExtensionsStringEXT");
     const char* list = extensions ? extensions(windowDc) : nullptr;
     if (!list || !HasExtension(list, "WGL_NV_gpu_affinity")) {
         out.associationOffered = list && HasExtension(list, "WGL_AMD_gpu_association");
         out.failure = "the driver offers no GPU affinity extension";
         return out;
     }
-    auto enumGpus = WglFunction<EnumGpusNvFn>("wglEnumGpusNV");
-    auto enumDevices = WglFunction<EnumGpuDevicesNvFn>("wglEnumGpuDevicesNV");
-    auto createDc = WglFunction<CreateAffinityDcNvFn>("wglCreateAffinityDCNV");
-    auto deleteDc = WglFunction<DeleteDcNvFn>("wglDeleteDCNV");
+    auto enumGpus = wgl::Function<EnumGpusNvFn>("wglEnumGpusNV");
+    auto enumDevices = wgl::Function<EnumGpuDevicesNvFn>("wglEnumGpuDevicesNV");
+    auto createDc = wgl::Function<CreateAffinityDcNvFn>("wglCreateAffinityDCNV");
+    auto deleteDc = wgl::Function<DeleteDcNvFn>("wglDeleteDCNV");
     if (!enumGpus || !enumDevices || !createDc || !deleteDc) {
         out.failure = "WGL_NV_gpu_affinity is listed but its functions are missing";
         return out;
@@ -137,21 +133,6 @@ AffinityDc ChooseAffinityGpu(HWND window, HDC windowDc) {
     return out;
 }
 
-HMODULE OpenGl32() {
-    static HMODULE lib = LoadLibraryA("opengl32.dll");
-    return lib;
-}
-
-// The entry point of the current context. wglGetProcAddress knows only what
-// came after OpenGL 1.1; the rest is exported by opengl32 itself. Some
-// drivers answer 1, 2, 3 or -1 for "not found".
-void* WglProcAddress(const char* name) {
-    PROC p = wglGetProcAddress(name);
-    intptr_t v = reinterpret_cast<intptr_t>(p);
-    if (v == 0 || v == 1 || v == 2 || v == 3 || v == -1) p = OpenGl32() ? GetProcAddress(OpenGl32(), name) : nullptr;
-    return reinterpret_cast<void*>(p);
-}
-
 // The framebuffer calls of the offscreen target a context of the chosen GPU
 // draws into when it cannot draw in the window.
 struct FboCalls {
@@ -166,15 +147,15 @@ struct FboCalls {
     void(WINAPI* DeleteRenderbuffers)(int, const unsigned*);
 
     bool Load() {
-        GenFramebuffers = WglFunction<decltype(GenFramebuffers)>("glGenFramebuffers");
-        BindFramebuffer = WglFunction<decltype(BindFramebuffer)>("glBindFramebuffer");
-        GenRenderbuffers = WglFunction<decltype(GenRenderbuffers)>("glGenRenderbuffers");
-        BindRenderbuffer = WglFunction<decltype(BindRenderbuffer)>("glBindRenderbuffer");
-        RenderbufferStorage = WglFunction<decltype(RenderbufferStorage)>("glRenderbufferStorage");
-        FramebufferRenderbuffer = WglFunction<decltype(FramebufferRenderbuffer)>("glFramebufferRenderbuffer");
-        CheckFramebufferStatus = WglFunction<decltype(CheckFramebufferStatus)>("glCheckFramebufferStatus");
-        DeleteFramebuffers = WglFunction<decltype(DeleteFramebuffers)>("glDeleteFramebuffers");
-        DeleteRenderbuffers = WglFunction<decltype(DeleteRenderbuffers)>("glDeleteRenderbuffers");
+        GenFramebuffers = wgl::Function<decltype(GenFramebuffers)>("glGenFramebuffers");
+        BindFramebuffer = wgl::Function<decltype(BindFramebuffer)>("glBindFramebuffer");
+        GenRenderbuffers = wgl::Function<decltype(GenRenderbuffers)>("glGenRenderbuffers");
+        BindRenderbuffer = wgl::Function<decltype(BindRenderbuffer)>("glBindRenderbuffer");
+        RenderbufferStorage = wgl::Function<decltype(RenderbufferStorage)>("glRenderbufferStorage");
+        FramebufferRenderbuffer = wgl::Function<decltype(FramebufferRenderbuffer)>("glFramebufferRenderbuffer");
+        CheckFramebufferStatus = wgl::Function<decltype(CheckFramebufferStatus)>("glCheckFramebufferStatus");
+        DeleteFramebuffers = wgl::Function<decltype(DeleteFramebuffers)>("glDeleteFramebuffers");
+        DeleteRenderbuffers = wgl::Function<decltype(DeleteRenderbuffers)>("glDeleteRenderbuffers");
         return GenFramebuffers && BindFramebuffer && GenRenderbuffers && BindRenderbuffer && RenderbufferStorage &&
                FramebufferRenderbuffer && CheckFramebufferStatus && DeleteFramebuffers && DeleteRenderbuffers;
     }
@@ -211,7 +192,7 @@ struct OffscreenTarget {
             return false;
         }
         using ViewportFn = void(WINAPI*)(int, int, int, int);
-        if (auto viewport = reinterpret_cast<ViewportFn>(WglProcAddress("glViewport"))) viewport(0, 0, w, h);
+        if (auto viewport = reinterpret_cast<ViewportFn>(wgl::ProcAddress("glViewport"))) viewport(0, 0, w, h);
         return true;
     }
     void Destroy() {
@@ -262,7 +243,7 @@ public:
         affinity_.device += ", drawn offscreen (the window shows no picture: it is on none of that GPU's displays)";
         return true;
     }
-    void* ProcAddress(const char* name) override { return WglProcAddress(name); }
+    void* ProcAddress(const char* name) override { return wgl::ProcAddress(name); }
     void SwapBuffers() override {
         // An offscreen frame has nothing to show; it is fenced all the same,
         // so the driver never queues more than a swap chain would.
@@ -336,15 +317,15 @@ public:
         if (!offscreen_.Create(width, height, error)) return false;
         using GetIntegervFn = void(WINAPI*)(unsigned, int*);
         using BindFramebufferFn = void(WINAPI*)(unsigned, unsigned);
-        getIntegerv_ = reinterpret_cast<GetIntegervFn>(WglProcAddress("glGetIntegerv"));
-        bindFramebuffer_ = reinterpret_cast<BindFramebufferFn>(WglProcAddress("glBindFramebuffer"));
+        getIntegerv_ = reinterpret_cast<GetIntegervFn>(wgl::ProcAddress("glGetIntegerv"));
+        bindFramebuffer_ = reinterpret_cast<BindFramebufferFn>(wgl::ProcAddress("glBindFramebuffer"));
         if (!getIntegerv_ || !bindFramebuffer_) {
             *error = "the chosen GPU's context lacks glGetIntegerv or glBindFramebuffer";
             return false;
         }
         return true;
     }
-    void* ProcAddress(const char* name) override { return WglProcAddress(name); }
+    void* ProcAddress(const char* name) override { return wgl::ProcAddress(name); }
     void SwapBuffers() override {
         // The frame goes from this context's target into the window's back
         // buffer, which the window's own context then presents.
@@ -382,14 +363,14 @@ std::unique_ptr<GlContext> CreateAssociatedContext(HWND window, HDC dc, HGLRC wi
                                                    const GlContextRequest& req, const int* attribs,
                                                    std::string* failure) {
     const GpuChoice& choice = CurrentGpuChoice();
-    auto getIds = WglFunction<GetGpuIdsAmdFn>("wglGetGPUIDsAMD");
-    auto getInfo = WglFunction<GetGpuInfoAmdFn>("wglGetGPUInfoAMD");
-    auto createAttribs = WglFunction<CreateAssociatedAttribsAmdFn>("wglCreateAssociatedContextAttribsAMD");
-    auto create = WglFunction<CreateAssociatedAmdFn>("wglCreateAssociatedContextAMD");
+    auto getIds = wgl::Function<GetGpuIdsAmdFn>("wglGetGPUIDsAMD");
+    auto getInfo = wgl::Function<GetGpuInfoAmdFn>("wglGetGPUInfoAMD");
+    auto createAttribs = wgl::Function<CreateAssociatedAttribsAmdFn>("wglCreateAssociatedContextAttribsAMD");
+    auto create = wgl::Function<CreateAssociatedAmdFn>("wglCreateAssociatedContextAMD");
     AssociatedContext::Calls calls;
-    calls.makeCurrent = WglFunction<AssociatedContextAmdFn>("wglMakeAssociatedContextCurrentAMD");
-    calls.destroy = WglFunction<AssociatedContextAmdFn>("wglDeleteAssociatedContextAMD");
-    calls.blit = WglFunction<BlitContextFramebufferAmdFn>("wglBlitContextFramebufferAMD");
+    calls.makeCurrent = wgl::Function<AssociatedContextAmdFn>("wglMakeAssociatedContextCurrentAMD");
+    calls.destroy = wgl::Function<AssociatedContextAmdFn>("wglDeleteAssociatedContextAMD");
+    calls.blit = wgl::Function<BlitContextFramebufferAmdFn>("wglBlitContextFramebufferAMD");
     if (!getIds || !getInfo || !calls.makeCurrent || !calls.destroy || !calls.blit ||
         !(req.major >= 3 ? createAttribs != nullptr : create != nullptr)) {
         *failure = "WGL_AMD_gpu_association is listed but its functions are missing";
@@ -443,30 +424,15 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
         return nullptr;
     }
     HDC dc = GetDC(window);
-    PIXELFORMATDESCRIPTOR pfd = {};
-    pfd.nSize = sizeof pfd;
-    pfd.nVersion = 1;
-    pfd.dwFlags = PFD_DRAW_TO_WINDOW | PFD_SUPPORT_OPENGL | PFD_DOUBLEBUFFER;
-    pfd.iPixelType = PFD_TYPE_RGBA;
-    pfd.cColorBits = 32;
-    pfd.cAlphaBits = 8;
-    pfd.cDepthBits = 24;
-    pfd.cStencilBits = 8;
-    pfd.iLayerType = PFD_MAIN_PLANE;
-    int format = ChoosePixelFormat(dc, &pfd);
-    if (format == 0 || !SetPixelFormat(dc, format, &pfd)) {
+    const PIXELFORMATDESCRIPTOR pfd = wgl::WindowFormat(8, 24, 8);
+    const char* step = nullptr;
+    HGLRC legacy = wgl::MakeCurrentLegacyContext(dc, pfd, &step);
+    if (!legacy) {
         ReleaseDC(window, dc);
-        *error = "no suitable pixel format";
+        *error = step;
         return nullptr;
     }
-    HGLRC legacy = wglCreateContext(dc);
-    if (!legacy || !wglMakeCurrent(dc, legacy)) {
-        if (legacy) wglDeleteContext(legacy);
-        ReleaseDC(window, dc);
-        *error = "wglCreateContext failed";
-        return nullptr;
-    }
-    auto create = req.major >= 3 ? WglFunction<CreateContextAttribsFn>("wglCreateContextAttribsARB") : nullptr;
+    auto create = req.major >= 3 ? wgl::Function<CreateContextAttribsFn>("wglCreateContextAttribsARB") : nullptr;
     const int attribs[] = {kWglContextMajor, req.major, kWglContextMinor, req.minor, kWglProfileMask,
                            req.core ? kWglCoreProfile : kWglCompatibilityProfile, 0};
     auto makeContext = [&](HDC on) -> HGLRC {
@@ -485,8 +451,7 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
     }
     HGLRC rc = nullptr;
     if (affinity.dc) {
-        const int affinityFormat = ChoosePixelFormat(affinity.dc, &pfd);
-        if (affinityFormat != 0 && SetPixelFormat(affinity.dc, affinityFormat, &pfd)) rc = makeContext(affinity.dc);
+        if (wgl::SetFormat(affinity.dc, pfd)) rc = makeContext(affinity.dc);
         if (!rc) {
             affinity.deleteDc(affinity.dc);
             affinity = AffinityDc();
@@ -521,7 +486,7 @@ std::unique_ptr<GlContext> CreateGlContext(const RenderTarget& target, const GlC
     }
     // As fast as the card allows: no wait for the vertical blank.
     using SwapIntervalFn = BOOL(WINAPI*)(int);
-    auto swapInterval = WglFunction<SwapIntervalFn>("wglSwapIntervalEXT");
+    auto swapInterval = wgl::Function<SwapIntervalFn>("wglSwapIntervalEXT");
     if (swapInterval && onWindow) swapInterval(0);
     auto ctx = std::make_unique<WglContext>(window, dc, rc);
     ctx->SetChoiceFailure(affinity.failure);

@@ -9,10 +9,12 @@
 #include <backends/imgui_impl_win32.h>
 
 #include <algorithm>
+#include <string>
 #include <vector>
 
 #include "platform/gui_frame_capture.h"
 #include "platform/win32/ui_messages.h"
+#include "platform/win32/wgl_setup.h"
 
 // Declared by the back-end's header only for code that asks for it.
 extern IMGUI_IMPL_API LRESULT ImGui_ImplWin32_WndProcHandler(HWND hWnd, UINT msg, WPARAM wParam, LPARAM lParam);
@@ -176,18 +178,10 @@ std::unique_ptr<GuiWindow> CreateGuiWindow(const char* title, int width, int hei
         return nullptr;
     }
     HDC dc = GetDC(hwnd);
-    PIXELFORMATDESCRIPTOR pfd = {};
-    pfd.nSize = sizeof pfd;
-    pfd.nVersion = 1;
-    pfd.dwFlags = PFD_DRAW_TO_WINDOW | PFD_SUPPORT_OPENGL | PFD_DOUBLEBUFFER;
-    pfd.iPixelType = PFD_TYPE_RGBA;
-    pfd.cColorBits = 32;
-    pfd.cAlphaBits = 8;
-    const int format = ChoosePixelFormat(dc, &pfd);
-    HGLRC rc = nullptr;
-    if (format == 0 || !SetPixelFormat(dc, format, &pfd) || !(rc = wglCreateContext(dc)) || !wglMakeCurrent(dc, rc)) {
-        *error = "no OpenGL context for the launcher's window";
-        if (rc) wglDeleteContext(rc);
+    const char* step = nullptr;
+    HGLRC rc = wgl::MakeCurrentLegacyContext(dc, wgl::WindowFormat(8, 0, 0), &step);
+    if (!rc) {
+        *error = std::string("no OpenGL context for the launcher's window (") + step + ")";
         ReleaseDC(hwnd, dc);
         DestroyWindow(hwnd);
         return nullptr;
