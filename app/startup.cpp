@@ -72,12 +72,18 @@ void ShutDown() {
     gEventLog.Write("Exit from %s.", kProductTitle);
 }
 
-// A start that cannot happen is told on standard error as well as in the
-// event log: a script's user reads the terminal first.
-void TellCouldNotStart(const std::string& text) {
+// A start that cannot happen goes into the event log and the session's exit
+// code. (From the launcher, its box shows the reason as well.)
+void LogCouldNotStart(const std::string& text) {
     gEventLog.Write("%s", text.c_str());
-    platform::WriteStandardError(text + "\n");
     NoteCouldNotStart(text);
+}
+
+// Started directly, it is told on standard error too: a script's user reads
+// the terminal first.
+void TellCouldNotStart(const std::string& text) {
+    LogCouldNotStart(text);
+    platform::WriteStandardError(text + "\n");
 }
 
 // /gpu=N: the N-th GPU of the inventory, numbered as /list_gpus shows them.
@@ -203,28 +209,21 @@ bool RunFromLauncher() {
     if (FindTestApp(StartupOptions.test3d)) {
         cVXA_3DTestApp* app = gTestApps.Select(StartupOptions.test3d);
         if (!app) {
-            gEventLog.Write("No registered test application could be selected: no test was started.");
-            NoteCouldNotStart("No registered test application could be selected");
+            LogCouldNotStart("No registered test application could be selected: no test was started.");
             return false;
         }
         gEventLog.Write("Test application selected: %s (%d).", app->displayName, app->id);
         if (RunParameters.run_mode == 1) ForceBenchmarkMode(StartupOptions, RunParameters);
         BeginRunReport();
         const bool started = app->StartRenderThread(kind, RunServices());
-        if (started) {
-            Run3DMessageLoop();
-        } else {
-            gEventLog.Write("The 3D window could not be created: no test was started.");
-            NoteCouldNotStart("The 3D window could not be created");
-        }
+        if (started) Run3DMessageLoop();
+        else LogCouldNotStart("The 3D window could not be created: no test was started.");
         gTestApps.Unselect();
         return started;
     }
     BeginRunReport();
     if (!Start3DRun(kind, RunServices())) {
-        // The launcher shows why; the session's exit code remembers it.
-        gEventLog.Write("The 3D window could not be created: no test was started.");
-        NoteCouldNotStart("The 3D window could not be created");
+        LogCouldNotStart("The 3D window could not be created: no test was started.");
         return false;
     }
     Run3DMessageLoop();
