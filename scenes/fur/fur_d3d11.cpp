@@ -8,8 +8,6 @@
 #include <vector>
 
 #include "core/event_log.h"
-#include "monitor/probe_gpu.h"
-#include "platform/platform.h"
 #include "platform/gpu_choice.h"
 #include "scenes/fur/d3d_shaders.h"
 #include "scenes/fur/fur_d3d_api.h"
@@ -371,8 +369,7 @@ bool D3DFurDevice<Api>::CreateDevice(const RenderTarget& target, int width, int 
             ok = SUCCEEDED(d.device->CreateDepthStencilState(&ds, &d.depthStates[test][write]));
         }
     }
-    const bool anisotropic = fur_d3d::AnisotropicFiltering(platform::UnderWine(), ProbeGPU::getGlRenderer());
-    if (!anisotropic) gEventLog.Write("Anisotropic filtering is off on a software rasterizer.");
+    const bool anisotropic = fur_d3d::AnisotropicFilteringHere();
     typename Api::RasterizerDesc rd{};
     rd.FillMode = Api::kFillSolid;
     rd.CullMode = Api::kCullNone;

@@ -12,8 +12,6 @@
 #include <vector>
 
 #include "core/event_log.h"
-#include "monitor/probe_gpu.h"
-#include "platform/platform.h"
 #include "platform/gpu_choice.h"
 #include "scenes/fur/d3d_shaders.h"
 #include "scenes/fur/fur_d3d9_asm.h"
@@ -332,9 +330,7 @@ bool cLm4DDemo_D3D9::CreateDevice(const RenderTarget& target, int width, int hei
         return false;
     }
     d.maxVertexIndex = caps.MaxVertexIndex;
-    if (!fur_d3d::AnisotropicFiltering(platform::UnderWine(), ProbeGPU::getGlRenderer())) {
-        gEventLog.Write("Anisotropic filtering is off on a software rasterizer.");
-    } else if (caps.TextureFilterCaps & D3DPTFILTERCAPS_MINFANISOTROPIC) {
+    if ((caps.TextureFilterCaps & D3DPTFILTERCAPS_MINFANISOTROPIC) && fur_d3d::AnisotropicFilteringHere()) {
         d.minFilterWrap = D3DTEXF_ANISOTROPIC;
         d.maxAnisotropy = std::max<DWORD>(1, std::min<DWORD>(16, caps.MaxAnisotropy));
     }

@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "core/event_log.h"
+#include "monitor/probe_gpu.h"
+#include "platform/platform.h"
 #include "render/gl_shader.h"
 
 namespace fur_d3d {
@@ -87,6 +90,12 @@ void PackRows(const void* mapped, size_t pitch, int width, int height, std::stri
 
 bool AnisotropicFiltering(bool underWine, const std::string& glRenderer) {
     return !(underWine && IsSoftwareRasterizer(glRenderer));
+}
+
+bool AnisotropicFilteringHere() {
+    const bool on = AnisotropicFiltering(platform::UnderWine(), ProbeGPU::getGlRenderer());
+    if (!on) gEventLog.Write("Anisotropic filtering is off on a software rasterizer.");
+    return on;
 }
 
 }  // namespace fur_d3d

@@ -74,5 +74,7 @@ void PackRows(const void* mapped, size_t pitch, int width, int height, std::stri
 // probe found): its anisotropic sampling can take a frame minutes, or for
 // ever, and the run then never ends. The GL back-end makes the same choice.
 bool AnisotropicFiltering(bool underWine, const std::string& glRenderer);
+// The choice for this process, logged when filtering is plain.
+bool AnisotropicFilteringHere();
 
 }  // namespace fur_d3d
