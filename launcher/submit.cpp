@@ -2,6 +2,7 @@
 
 #include "core/event_log.h"
 #include "platform/http.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ bool Submission::Start(const std::string& url, const std::string& body) {
     state_ = State::Sending;
     gEventLog.Write("%s: sending to [%s].", what_, url.c_str());
     worker_ = std::thread([this, url, body] {
+        platform::NameThisThread("submit");
         platform::HttpReply reply = platform::HttpPost(url, body, "application/json", kTimeoutMs, &cancel_);
         if (!reply.answered) {
             Finish(State::Failed, std::string(what_) + " failed: " + reply.error + ".");

@@ -15,6 +15,7 @@
 #include "monitor/probe_gpu.h"
 #include "monitor/probe_log.h"
 #include "platform/compiler.h"
+#include "platform/platform.h"
 #include "platform/str_format.h"
 
 namespace monitor {
@@ -76,6 +77,7 @@ struct Bridges {
 };
 
 void ThreadMain(GpuSensorArray* array, unsigned periodMs) {
+    platform::NameThisThread("monitor");
     ProbeGpuSource source;
     Bridges bridges;
     bridges.Start(array);

@@ -149,6 +149,9 @@ double ThreadCpuSeconds();
 
 // Pins the calling thread to the processors of the mask (bit 0: the first).
 void PinCurrentThreadToCpuMask(uint32_t mask);
+// Names the calling thread for debuggers, crash reports and process lists
+// (at most 15 characters are kept on Linux).
+void NameThisThread(const char* name);
 // Remembers the calling thread as the UI thread (start-up does this).
 void RememberUiThread();
 // Shares key state and focus between the calling thread and the UI thread

@@ -145,7 +145,10 @@ bool Start3DRun(DisplayKind kind, const Run3DServices& services) {
     RunControl.render_thread_done = false;
     gRun.host = std::make_shared<WindowRunHost>(gRun.window.get(), services, req.headless);
     std::shared_ptr<WindowRunHost> host = gRun.host;
-    gRun.thread = std::thread([host, setup] { RenderThreadProc(*host, setup); });
+    gRun.thread = std::thread([host, setup] {
+        platform::NameThisThread("render");
+        RenderThreadProc(*host, setup);
+    });
     return true;
 }
 

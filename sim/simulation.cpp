@@ -289,12 +289,18 @@ void SimulationImpl::StartThreads() {
     if (hasCloth && !clothThread.thread.joinable()) {
         clothThread.run = true;
         clothThread.exited = false;
-        clothThread.thread = std::thread([this] { ClothLoop(); });
+        clothThread.thread = std::thread([this] {
+            platform::NameThisThread("sim-cloth");
+            ClothLoop();
+        });
     }
     if (hasFluid && !fluidThread.thread.joinable()) {
         fluidThread.run = true;
         fluidThread.exited = false;
-        fluidThread.thread = std::thread([this] { FluidLoop(); });
+        fluidThread.thread = std::thread([this] {
+            platform::NameThisThread("sim-fluid");
+            FluidLoop();
+        });
     }
 }
 

@@ -1,10 +1,14 @@
 #include "sim/workers.h"
+#include "platform/platform.h"
 
 namespace sim {
 
 WorkerPool::WorkerPool(int helpers) : threads_(helpers > 0 ? static_cast<size_t>(helpers) + 1 : 1) {
     try {
-        for (int i = 0; i < helpers; ++i) helpers_.emplace_back([this, i] { HelperLoop(i + 1); });
+        for (int i = 0; i < helpers; ++i) helpers_.emplace_back([this, i] {
+                platform::NameThisThread("sim-helper");
+                HelperLoop(i + 1);
+            });
     } catch (...) {
         {
             std::lock_guard<std::mutex> lock(mutex_);

@@ -268,6 +268,12 @@ void PinCurrentThreadToCpuMask(uint32_t mask) {
     pthread_setaffinity_np(pthread_self(), sizeof set, &set);
 }
 
+void NameThisThread(const char* name) {
+    char shortName[16];
+    std::snprintf(shortName, sizeof shortName, "%s", name);
+    pthread_setname_np(pthread_self(), shortName);
+}
+
 void RememberUiThread() {}
 void AttachInputToUiThread(bool) {}
 

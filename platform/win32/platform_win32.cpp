@@ -296,6 +296,22 @@ void SleepMs(unsigned ms) { Sleep(ms); }
 
 void PinCurrentThreadToCpuMask(uint32_t mask) { SetThreadAffinityMask(GetCurrentThread(), mask); }
 
+void NameThisThread(const char* name) {
+    // SetThreadDescription exists from Windows 10 1607 on; looked up so the
+    // program still starts on older systems.
+    using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
+    HMODULE kernel = GetModuleHandleA("kernel32.dll");
+    auto set = kernel ? reinterpret_cast<SetDescription>(
+                            reinterpret_cast<void*>(GetProcAddress(kernel, "SetThreadDescription")))
+                      : nullptr;
+    if (!set) return;
+    wchar_t wide[64];
+    int n = MultiByteToWideChar(CP_UTF8, 0, name, -1, wide, 64);
+    if (n <= 0) return;
+    wide[63] = 0;
+    set(GetCurrentThread(), wide);
+}
+
 namespace {
 DWORD gUiThreadId = 0;
 }
