@@ -18,6 +18,60 @@ namespace platform {
 
 constexpr int kMaxFramesInFlight = 2;
 
+// Time for the pipeline's waits: a monotonic clock and a sleep.
+class WaitClock {
+public:
+    virtual ~WaitClock() = default;
+    virtual double Now() = 0;  // seconds
+    virtual void Sleep(double seconds) = 0;
+    // The shortest sleep worth taking: sleeps overshoot by about the system's
+    // timer resolution. Very large when paced waits are turned off.
+    virtual double MinSleep() = 0;
+};
+// The system's clock and sleep (ARDENTIUM_PACED_WAIT=0 in the environment
+// turns the paced waits off, to compare with the driver's own wait).
+WaitClock& SystemWaitClock();
+
+// Waiting for a frame inside the driver often costs a whole processor: some
+// drivers spin in their fence wait, and Direct3D's event queries can only be
+// polled. The pacer learns how long the blocking waits last and has the
+// thread sleep most of that time first, so the driver's wait covers only the
+// rest. Sleeping a little too long costs no frames: the device still has the
+// next frame queued while the thread sleeps.
+class WaitPacer {
+public:
+    // How long to sleep, `elapsed` s into a wait, before looking at the
+    // fence again (0: leave the rest to the driver's wait). Each sleep takes
+    // a share of the wait the estimate still expects, so the sleeps get
+    // shorter towards its end; none is longer than kMaxSleep, so one slow
+    // frame in the estimate cannot hold up the frames after it.
+    double NextSleep(double elapsed, double minSleep) const {
+        const double s = (estimate_ - elapsed) * kShare;
+        return s >= minSleep ? (s < kMaxSleep ? s : kMaxSleep) : 0.0;
+    }
+    // The frame had finished by the end of the first sleep, `elapsed` s
+    // into the wait: the true wait was shorter, by an unknown amount.
+    void FinishedDuringFirstSleep(double elapsed) {
+        estimate_ *= kShrink;
+        if (estimate_ > elapsed) estimate_ = elapsed;
+    }
+    // The whole wait (sleeps and the driver's wait) took about `total` s.
+    // The estimate at most doubles per wait (from 1 ms up): one slow frame (a
+    // stall, shaders compiled on first use) must not size the sleeps of the
+    // frames after it.
+    void Waited(double total) {
+        const double next = estimate_ + kWeight * (total - estimate_);
+        const double most = estimate_ > kGrowthFloor / 2 ? 2 * estimate_ : kGrowthFloor;
+        estimate_ = next < most ? next : most;
+    }
+    double estimate() const { return estimate_; }
+
+private:
+    static constexpr double kShare = 0.75, kShrink = 0.8, kWeight = 0.3, kMaxSleep = 0.05,
+                            kGrowthFloor = 0.001;
+    double estimate_ = 0.0;
+};
+
 class FenceOps {
 public:
     virtual ~FenceOps() = default;
@@ -33,7 +87,8 @@ public:
 
 class FramePipeline {
 public:
-    explicit FramePipeline(int maxInFlight = kMaxFramesInFlight) : maxInFlight_(maxInFlight) {}
+    explicit FramePipeline(int maxInFlight = kMaxFramesInFlight, WaitClock* clock = nullptr)
+        : maxInFlight_(maxInFlight), clock_(clock) {}
 
     // Right after a present: fences the frame, then waits until no more than
     // the allowed number of frames are unfinished.
@@ -50,7 +105,7 @@ public:
         }
         pending_.push_back(fence);
         Poll(ops);
-        while (static_cast<int>(pending_.size()) > maxInFlight_) RetireOldest(ops, true);
+        while (static_cast<int>(pending_.size()) > maxInFlight_) WaitForOldest(ops);
     }
 
     // Frames drawn since the pipeline started; looks at the fences without waiting.
@@ -61,7 +116,7 @@ public:
 
     // Waits until every presented frame has been drawn.
     void Drain(FenceOps& ops) {
-        while (!pending_.empty()) RetireOldest(ops, true);
+        while (!pending_.empty()) RetireOldest(ops);
         finished_ = presented_;
     }
 
@@ -73,15 +128,38 @@ public:
 
     uint64_t presented() const { return presented_; }
     int inFlight() const { return static_cast<int>(pending_.size()); }
+    const WaitPacer& pacer() const { return pacer_; }
 
 private:
     void Poll(FenceOps& ops) {
         // Fences signal in order: the first unfinished one ends the scan.
         while (!pending_.empty() && ops.Done(pending_.front(), false)) Retire(ops);
     }
-    void RetireOldest(FenceOps& ops, bool wait) {
-        ops.Done(pending_.front(), wait);
+    void RetireOldest(FenceOps& ops) {
+        ops.Done(pending_.front(), true);
         Retire(ops);
+    }
+    // The wait that keeps the frames in flight bounded, paced.
+    void WaitForOldest(FenceOps& ops) {
+        WaitClock& clock = clock_ ? *clock_ : SystemWaitClock();
+        const double start = clock.Now(), minSleep = clock.MinSleep();
+        double elapsed = 0;
+        for (int sleeps = 1;; ++sleeps) {
+            const double sleep = pacer_.NextSleep(elapsed, minSleep);
+            if (sleep <= 0) break;
+            clock.Sleep(sleep);
+            const double before = elapsed;
+            elapsed = clock.Now() - start;
+            if (ops.Done(pending_.front(), false)) {
+                // It finished during this sleep: when exactly is not known.
+                if (sleeps == 1) pacer_.FinishedDuringFirstSleep(elapsed);
+                else pacer_.Waited((before + elapsed) / 2);
+                Retire(ops);
+                return;
+            }
+        }
+        RetireOldest(ops);
+        pacer_.Waited(clock.Now() - start);
     }
     void Retire(FenceOps& ops) {
         ops.Free(pending_.front());
@@ -90,6 +168,8 @@ private:
     }
 
     int maxInFlight_;
+    WaitClock* clock_;
+    WaitPacer pacer_;
     uint64_t presented_ = 0;
     uint64_t finished_ = 0;
     std::deque<void*> pending_;

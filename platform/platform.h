@@ -141,6 +141,10 @@ int64_t FineCounterFrequency();
 // Gives up the processor for at least `ms` milliseconds; 0 yields the rest of
 // the time slice.
 void SleepMs(unsigned ms);
+// Sleeps for about `seconds`, as finely as the system's timers allow, and
+// says how much a sleep may overshoot (the timer resolution).
+void SleepPrecise(double seconds);
+double SleepResolution();
 // Processor time the calling thread has used, in seconds (user and system);
 // -1 when the system cannot tell.
 double ThreadCpuSeconds();

@@ -260,6 +260,21 @@ void SleepMs(unsigned ms) {
     }
 }
 
+void SleepPrecise(double seconds) {
+    if (!(seconds > 0)) return;
+    struct timespec ts;
+    ts.tv_sec = static_cast<time_t>(seconds);
+    ts.tv_nsec = static_cast<long>((seconds - static_cast<double>(ts.tv_sec)) * 1e9);
+    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+    }
+}
+
+double SleepResolution() {
+    // High-resolution timers: a sleep ends within some tens of microseconds
+    // of its time, plus the scheduler's latency.
+    return 0.0001;
+}
+
 void PinCurrentThreadToCpuMask(uint32_t mask) {
     cpu_set_t set;
     CPU_ZERO(&set);

@@ -294,6 +294,40 @@ double ThreadCpuSeconds() {
 
 void SleepMs(unsigned ms) { Sleep(ms); }
 
+namespace {
+// A high-resolution waitable timer (Windows 10 1803 on) per thread; null
+// where the system has none, and Sleep's ticks are all there is.
+HANDLE PreciseTimer() {
+    constexpr DWORD kHighResolution = 0x00000002;  // CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
+    thread_local struct Timer {
+        HANDLE handle = CreateWaitableTimerExW(nullptr, nullptr, kHighResolution, TIMER_ALL_ACCESS);
+        ~Timer() {
+            if (handle) CloseHandle(handle);
+        }
+    } timer;
+    return timer.handle;
+}
+}  // namespace
+
+void SleepPrecise(double seconds) {
+    if (!(seconds > 0)) return;
+    if (HANDLE timer = PreciseTimer()) {
+        LARGE_INTEGER due;
+        due.QuadPart = -static_cast<LONGLONG>(seconds * 1e7);  // relative, in 100 ns units
+        if (SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE)) {
+            WaitForSingleObject(timer, INFINITE);
+            return;
+        }
+    }
+    Sleep(static_cast<DWORD>(seconds * 1000.0));
+}
+
+double SleepResolution() {
+    // Without the high-resolution timer a sleep lasts whole ticks of the
+    // system clock (15.6 ms unless a program asked for finer ones).
+    return PreciseTimer() ? 0.0005 : 0.016;
+}
+
 void PinCurrentThreadToCpuMask(uint32_t mask) { SetThreadAffinityMask(GetCurrentThread(), mask); }
 
 void NameThisThread(const char* name) {
