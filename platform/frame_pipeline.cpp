@@ -15,9 +15,9 @@ class SystemClock : public WaitClock {
 public:
     SystemClock() {
         const char* v = std::getenv("ARDENTIUM_PACED_WAIT");
-        paced_ = !(v && std::strcmp(v, "0") == 0);
+        const bool paced = !(v && std::strcmp(v, "0") == 0);
         // Sleeping shorter than a few timer ticks would mostly be overshoot.
-        minSleep_ = paced_ ? 2.0 * SleepResolution() : std::numeric_limits<double>::infinity();
+        minSleep_ = paced ? 2.0 * SleepResolution() : std::numeric_limits<double>::infinity();
     }
     double Now() override {
         return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -26,7 +26,6 @@ public:
     double MinSleep() override { return minSleep_; }
 
 private:
-    bool paced_ = true;
     double minSleep_ = 0;
 };
 

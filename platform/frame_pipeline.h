@@ -88,7 +88,7 @@ public:
 class FramePipeline {
 public:
     explicit FramePipeline(int maxInFlight = kMaxFramesInFlight, WaitClock* clock = nullptr)
-        : maxInFlight_(maxInFlight), clock_(clock) {}
+        : maxInFlight_(maxInFlight), clock_(clock ? clock : &SystemWaitClock()) {}
 
     // Right after a present: fences the frame, then waits until no more than
     // the allowed number of frames are unfinished.
@@ -141,7 +141,7 @@ private:
     }
     // The wait that keeps the frames in flight bounded, paced.
     void WaitForOldest(FenceOps& ops) {
-        WaitClock& clock = clock_ ? *clock_ : SystemWaitClock();
+        WaitClock& clock = *clock_;
         const double start = clock.Now(), minSleep = clock.MinSleep();
         double elapsed = 0;
         for (int sleeps = 1;; ++sleeps) {

@@ -5,7 +5,8 @@ namespace sim {
 
 WorkerPool::WorkerPool(int helpers) : threads_(helpers > 0 ? static_cast<size_t>(helpers) + 1 : 1) {
     try {
-        for (int i = 0; i < helpers; ++i) helpers_.emplace_back([this, i] {
+        for (int i = 0; i < helpers; ++i)
+            helpers_.emplace_back([this, i] {
                 platform::NameThisThread("sim-helper");
                 HelperLoop(i + 1);
             });

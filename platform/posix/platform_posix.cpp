@@ -253,11 +253,7 @@ void SleepMs(unsigned ms) {
         sched_yield();
         return;
     }
-    struct timespec ts;
-    ts.tv_sec = ms / 1000;
-    ts.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
-    while (nanosleep(&ts, &ts) != 0) {
-    }
+    SleepPrecise(ms / 1000.0);
 }
 
 void SleepPrecise(double seconds) {
