@@ -112,12 +112,32 @@ bool GpuzBridge::RecordValue(int i, double* value) const {
     return true;
 }
 
+namespace {
+// Whether a UTF-16 field of `chars` characters holds exactly `ascii`,
+// compared in place: the search runs over every record on each open.
+bool Utf16Equals(const unsigned char* p, size_t chars, const char* ascii) {
+    size_t k = 0;
+    for (; ascii[k]; ++k) {
+        uint16_t c;
+        if (k == chars) return false;
+        std::memcpy(&c, p + k * 2, 2);
+        if (c != static_cast<unsigned char>(ascii[k])) return false;
+    }
+    uint16_t end = 0;
+    if (k < chars) std::memcpy(&end, p + k * 2, 2);
+    return end == 0;
+}
+}  // namespace
+
 void GpuzBridge::FindGpuzSensors() {
     static const char* const kNames[] = {"GPU Core Clock", "GPU Memory Clock", "GPU Temperature", "VDDC Current", "VDDC"};
     for (int slot = 0; slot < 5; ++slot) {
         slots_[slot] = -1;
+        if (copy_.size() < gpuz::kBlockSize) continue;
         for (int i = 0; i < gpuz::kRecords && slots_[slot] < 0; ++i)
-            if (SensorName(i) == kNames[slot]) slots_[slot] = i;
+            if (Utf16Equals(copy_.data() + gpuz::kSensorsOffset + static_cast<size_t>(i) * gpuz::kSensorRecordSize,
+                            gpuz::kKeyChars, kNames[slot]))
+                slots_[slot] = i;
     }
 }
 

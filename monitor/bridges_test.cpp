@@ -268,7 +268,11 @@ TEST_F(Vthm, TextsWithoutTerminatorsAndNonsenseValues) {
 }
 
 TEST(Gpuz, FindsItsSensorsAndReadsThem) {
-    auto block = MakeGpuzBlock({{"GPU Temperature", "C", 64.5},
+    // Names that only start like, or are the start of, a sought one come
+    // first and must not match.
+    auto block = MakeGpuzBlock({{"VDDC Current (in)", "A", 9.0},
+                                {"GPU Temperatur", "C", 1.0},
+                                {"GPU Temperature", "C", 64.5},
                                 {"GPU Core Clock", "MHz", 1215.0},
                                 {"GPU Core Clock", "MHz", 999.0},
                                 {"VDDC", "V", 1.187},
@@ -276,9 +280,9 @@ TEST(Gpuz, FindsItsSensorsAndReadsThem) {
     GpuzBridge g(Blocks({block}));
     ASSERT_TRUE(g.OpenGpuzMemory());
     EXPECT_TRUE(g.available());
-    EXPECT_EQ(g.sensorIndex(gpuz::kTemperature), 0);
-    EXPECT_EQ(g.sensorIndex(gpuz::kCoreClock), 1);  // the first match is kept
-    EXPECT_EQ(g.sensorIndex(gpuz::kVddc), 3);
+    EXPECT_EQ(g.sensorIndex(gpuz::kTemperature), 2);
+    EXPECT_EQ(g.sensorIndex(gpuz::kCoreClock), 3);  // the first match is kept
+    EXPECT_EQ(g.sensorIndex(gpuz::kVddc), 5);
     EXPECT_EQ(g.sensorIndex(gpuz::kVddcCurrent), -1);
     double v = 0;
     ASSERT_TRUE(g.SensorValue(gpuz::kCoreClock, &v));
@@ -286,7 +290,7 @@ TEST(Gpuz, FindsItsSensorsAndReadsThem) {
     ASSERT_TRUE(g.SensorValue(gpuz::kMemoryClock, &v));
     EXPECT_DOUBLE_EQ(v, 1752.0);
     EXPECT_FALSE(g.SensorValue(gpuz::kVddcCurrent, &v));
-    EXPECT_EQ(g.SensorName(3), "VDDC");
+    EXPECT_EQ(g.SensorName(5), "VDDC");
 }
 
 TEST(Gpuz, SmallOrMissingBlocksClearTheFlag) {

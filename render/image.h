@@ -21,5 +21,7 @@ constexpr int kMaxImageSide = 16384;
 constexpr long long kMaxImagePixels = 8192LL * 8192;
 
 // False (and an empty image) when the file cannot be read or decoded; *why
-// says which, for the log.
-bool LoadImageFile(const std::string& path, Image* out, std::string* why = nullptr);
+// says which, for the log. `maxPixels` lowers the pixel limit (the fuzzing
+// harness keeps each input cheap with it).
+bool LoadImageFile(const std::string& path, Image* out, std::string* why = nullptr,
+                   long long maxPixels = kMaxImagePixels);
