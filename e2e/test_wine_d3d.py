@@ -150,7 +150,8 @@ class Direct3DUnderWine(unittest.TestCase):
         # test above, so its checks found no error; here one read-back is
         # corrupted on purpose and each API must report it.
         # The runs also choose GPU 1, the one Wine lists, through each API's
-        # own adapter list.
+        # own adapter list. Direct3D 11 runs the compute check with each
+        # picture check, and it finds the card computing right.
         for test3d, api, chosen in (("2006", "D3D9", r"^Direct3D 9: drawing on GPU 1 \(.*\) through adapter 0"),
                                     ("2010", "D3D10", r"^Direct3D 10: drawing on GPU 1 \(.*\) through DXGI adapter 0"),
                                     ("2015", "D3D11", r"^Direct3D 11: drawing on GPU 1 \(.*\) through DXGI adapter 0")):
@@ -172,6 +173,12 @@ class Direct3DUnderWine(unittest.TestCase):
                     result = json.load(f)
                 self.assertEqual(result["verification"]["errors"], 1, api)
                 self.assertEqual([m["frame"] for m in result["verification"]["mismatches"]], [3])
+                computes = api == "D3D11"
+                self.assertEqual(result["verification"]["compute_check"], computes, api)
+                self.assertEqual(
+                    "Verification: compute check of 4096 values against the processor's active." in msgs, computes,
+                    msgs[-20:])
+                self.assertEqual([m["compute_wrong"] for m in result["verification"]["mismatches"]], [0])
 
 
 if __name__ == "__main__":

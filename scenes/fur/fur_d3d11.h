@@ -21,6 +21,10 @@ class D3DFurDevice : public FurPainter {
 public:
     ~D3DFurDevice() override;
     bool DeviceLost() const override;
+    // Direct3D 11 at feature level 11: the compute check's program (made as
+    // byte code) over a structured buffer. Direct3D 10 has no compute
+    // programs: -1.
+    int RunComputeCheck() override;
 
 protected:
     D3DFurDevice();

@@ -8,8 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
+#include "scenes/fur/d3d11_compute_program.h"
+#include "scenes/fur/d3d_shaders.h"
 #include "scenes/fur/fur_d3d_api.h"
 
 namespace {
@@ -154,4 +157,20 @@ TEST(FurD3DDemo, EachClassSaysWhichApiItIs) {
     EXPECT_EQ(eleven.api_id, 11);
     EXPECT_FALSE(ten.DeviceLost());
     EXPECT_FALSE(eleven.DeviceLost());
+}
+
+// The compute check's program is made here, checksum and all; a runtime
+// refuses a program whose checksum is wrong. The system's compiler writes
+// the same checksum into what it compiles.
+TEST(D3D11ComputeProgram, ChecksumIsTheOneTheSystemCompilerWrites) {
+    std::vector<unsigned char> code;
+    std::string error;
+    ASSERT_TRUE(d3d_shaders::Compile("float4 main(float4 p : POSITION) : SV_POSITION { return p * 2; }", "main",
+                                     "vs_4_0", &code, &error))
+        << error;
+    ASSERT_GT(code.size(), 20u);
+    const std::array<uint32_t, 4> sum = d3d11_compute::ContainerChecksum(code.data(), code.size());
+    uint32_t written[4];
+    std::memcpy(written, code.data() + 4, sizeof written);
+    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(written[i], sum[i]) << i;
 }
