@@ -15,6 +15,11 @@
 // A few bytes of header can claim any size; the decoder would allocate it
 // before finding the pixels missing. No texture we make is larger than this.
 #define STBI_MAX_DIMENSIONS 16384
+// Only the formats the program takes; the others' readers are code no user
+// needs and hostile files could still reach.
+#define STBI_NO_PNM
+#define STBI_NO_PSD
+#define STBI_NO_PIC
 // Some decoders leave the pixels of a short file unwritten (an uncompressed
 // file read from memory copies nothing of its last, incomplete row). Zeroed
 // allocations make those pixels black instead of whatever the memory held.

@@ -94,6 +94,12 @@ TEST(LoadImageFile, MissingAndGarbageFilesSayWhy) {
     why.clear();
     EXPECT_FALSE(LoadImageFile(Write("image-garbage.png", {'n', 'o', 't', ' ', 'a', 'n'}), &picture, &why));
     EXPECT_FALSE(why.empty());
+    // Formats the program does not take are refused, however well formed
+    // (here a 1x1 portable pixmap).
+    why.clear();
+    EXPECT_FALSE(LoadImageFile(Write("image.ppm", {'P', '6', ' ', '1', ' ', '1', ' ', '2', '5', '5', '\n', 255, 0, 0}),
+                               &picture, &why));
+    EXPECT_FALSE(why.empty());
     // A bitmap header with no columns: the decoder hands back a picture of
     // zero width, which no texture can be made of.
     const std::vector<uint8_t> emptyBmp = {
