@@ -160,16 +160,24 @@ bool LoadImageFile(const std::string& path, Image* out, std::string* why, long l
     }
     const int length = static_cast<int>(bytes.size());
     int w = 0, h = 0, n = 0;
-    // Refuse what the header claims before anything is allocated for it.
-    if (stbi_info_from_memory(bytes.data(), length, &w, &h, &n) &&
-        (w > kMaxImageSide || h > kMaxImageSide || static_cast<long long>(w) * h > maxPixels)) {
-        *why = "image too large (" + std::to_string(w) + "x" + std::to_string(h) + "; at most " +
+    auto tooLarge = [&](long long width, long long height) {
+        if (width <= kMaxImageSide && height <= kMaxImageSide && width * height <= maxPixels) return false;
+        *why = "image too large (" + std::to_string(width) + "x" + std::to_string(height) + "; at most " +
                std::to_string(kMaxImageSide) + " per side and " + std::to_string(maxPixels) + " pixels)";
+        return true;
+    };
+    // Refuse what the header claims before anything is allocated for it. A
+    // bitmap stored top row first gives its height as a negative number,
+    // which the decoder's size query passes on as it is.
+    if (stbi_info_from_memory(bytes.data(), length, &w, &h, &n) && tooLarge(std::llabs(w), std::llabs(h)))
         return false;
-    }
     unsigned char* data = stbi_load_from_memory(bytes.data(), length, &w, &h, &n, 4);
     if (!data) {
         *why = stbi_failure_reason() ? stbi_failure_reason() : "unreadable";
+        return false;
+    }
+    if (tooLarge(w, h)) {  // a header the size query read otherwise than the decoder
+        stbi_image_free(data);
         return false;
     }
     if (w <= 0 || h <= 0) {  // some decoders accept a header with a zero side
