@@ -59,6 +59,17 @@ uint32_t ComputeCheckValue(uint32_t index) {
     return x;
 }
 
+int CountComputeMismatches(const uint32_t* got) {
+    static const std::vector<uint32_t> expected = [] {
+        std::vector<uint32_t> values(kComputeValues);
+        for (int i = 0; i < kComputeValues; ++i) values[static_cast<size_t>(i)] = ComputeCheckValue(static_cast<uint32_t>(i));
+        return values;
+    }();
+    int wrong = 0;
+    for (size_t i = 0; i < expected.size(); ++i) wrong += got[i] != expected[i];
+    return wrong;
+}
+
 FrameVerifier::FrameVerifier(CheckSchedule schedule, unsigned faultCheck) : schedule_(schedule), faultCheck_(faultCheck) {
     gCheckCounters.active = false;
     gCheckCounters.checks = 0;

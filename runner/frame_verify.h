@@ -47,6 +47,9 @@ void InjectFault(CheckFrame* frame);
 constexpr int kComputeValues = 4096;
 constexpr int kComputeRounds = 64;
 uint32_t ComputeCheckValue(uint32_t index);
+// How many of the kComputeValues results read back from the GPU differ from
+// ComputeCheckValue of their index (the CPU's values are made once).
+int CountComputeMismatches(const uint32_t* got);
 
 // When the next check is due: after `minMs` of run time and `minFrames`
 // frames since the last, and long enough after it that checks take at most

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace {
 
 CheckFrame Filled(int w, int h, uint8_t v) {
@@ -69,4 +71,18 @@ TEST(ComputeCheckValue, WrapsAt32BitsAndSpreadsNeighbouringIndices) {
     int sameLowByte = 0;
     for (uint32_t i = 0; i < 256; ++i) sameLowByte += (ComputeCheckValue(i) & 0xFF) == (ComputeCheckValue(i + 1) & 0xFF);
     EXPECT_LT(sameLowByte, 8);
+}
+
+TEST(ComputeCheckValue, MismatchesAreCountedByIndex) {
+    std::vector<uint32_t> got(kComputeValues);
+    for (int i = 0; i < kComputeValues; ++i) got[static_cast<size_t>(i)] = ComputeCheckValue(static_cast<uint32_t>(i));
+    EXPECT_EQ(CountComputeMismatches(got.data()), 0);
+    // Right values at the wrong indices are wrong: a driver that ran the
+    // groups but stored them shifted must not pass.
+    std::vector<uint32_t> shifted(got.begin() + 1, got.end());
+    shifted.push_back(got.front());
+    EXPECT_EQ(CountComputeMismatches(shifted.data()), kComputeValues);
+    got.back() ^= 1u;
+    got.front() = 0;  // the cleared buffer's value, as when a group never ran
+    EXPECT_EQ(CountComputeMismatches(got.data()), 2);
 }

@@ -72,6 +72,71 @@ void Release(T*& p) {
     p = nullptr;
 }
 
+// The compute check (Direct3D 11 only): its program, the buffer it writes
+// through an unordered-access view, and a staging copy to read it from.
+struct ComputeCheckResources {
+    // 0: not set up yet; 1: ready; -1: this device runs no check.
+    int state = 0;
+    ID3D11ComputeShader* shader = nullptr;
+    ID3D11Buffer* values = nullptr;
+    ID3D11UnorderedAccessView* view = nullptr;
+    ID3D11Buffer* staging = nullptr;
+
+    // False, with a line in the log, where the device cannot run the check.
+    bool SetUp(ID3D11Device* device);
+    void ReleaseAll() {
+        Release(view);
+        Release(values);
+        Release(staging);
+        Release(shader);
+        state = 0;
+    }
+};
+
+bool ComputeCheckResources::SetUp(ID3D11Device* device) {
+    if (device->GetFeatureLevel() < D3D_FEATURE_LEVEL_11_0) {
+        gEventLog.Write("Verification: no compute check (Direct3D 11 at feature level %s runs no shader-model-5 "
+                        "compute programs).",
+                        device->GetFeatureLevel() >= D3D_FEATURE_LEVEL_10_1 ? "10.1" : "10.0");
+        return false;
+    }
+    const std::vector<uint8_t> code = d3d11_compute::CheckProgram();
+    HRESULT hr = device->CreateComputeShader(code.data(), code.size(), nullptr, &shader);
+    if (FAILED(hr)) {
+        gEventLog.Write("Verification: the compute check's program was refused (0x%08lX); no compute check.",
+                        static_cast<unsigned long>(hr));
+        return false;
+    }
+    D3D11_BUFFER_DESC bd{};
+    bd.ByteWidth = kComputeValues * sizeof(uint32_t);
+    bd.Usage = D3D11_USAGE_DEFAULT;
+    bd.BindFlags = D3D11_BIND_UNORDERED_ACCESS;
+    bd.MiscFlags = D3D11_RESOURCE_MISC_BUFFER_STRUCTURED;
+    bd.StructureByteStride = sizeof(uint32_t);
+    hr = device->CreateBuffer(&bd, nullptr, &values);
+    if (SUCCEEDED(hr)) {
+        D3D11_UNORDERED_ACCESS_VIEW_DESC ud{};
+        ud.Format = DXGI_FORMAT_UNKNOWN;
+        ud.ViewDimension = D3D11_UAV_DIMENSION_BUFFER;
+        ud.Buffer.NumElements = kComputeValues;
+        hr = device->CreateUnorderedAccessView(values, &ud, &view);
+    }
+    if (SUCCEEDED(hr)) {
+        bd.Usage = D3D11_USAGE_STAGING;
+        bd.BindFlags = 0;
+        bd.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+        bd.MiscFlags = 0;
+        bd.StructureByteStride = 0;
+        hr = device->CreateBuffer(&bd, nullptr, &staging);
+    }
+    if (FAILED(hr)) {
+        gEventLog.Write("Verification: the compute check's buffers could not be made (0x%08lX); no compute check.",
+                        static_cast<unsigned long>(hr));
+        return false;
+    }
+    return true;
+}
+
 // The adapter the device runs on and its driver version, as the run's
 // renderer and driver texts.
 template <class Dev>
@@ -155,16 +220,7 @@ struct D3DFurDevice<Api>::Device {
     bool lost = false;
     int width = 0, height = 0;
 
-    // The compute check (Direct3D 11 only): its program, the buffer it
-    // writes through an unordered-access view, a staging copy to read it
-    // from, and what the processor computed. State 0: not set up yet; 1:
-    // ready; -1: this device runs no check.
-    int computeState = 0;
-    ID3D11ComputeShader* computeShader = nullptr;
-    ID3D11Buffer* computeValues = nullptr;
-    ID3D11UnorderedAccessView* computeView = nullptr;
-    ID3D11Buffer* computeStaging = nullptr;
-    std::vector<uint32_t> computeExpected;
+    ComputeCheckResources compute;
 
     // Event queries fence the presented frames.
     struct Fences : platform::FenceOps {
@@ -262,11 +318,7 @@ struct D3DFurDevice<Api>::Device {
         for (auto*& s : samplers) Release(s);
         Release(raster);
         Release(layout);
-        Release(computeView);
-        Release(computeValues);
-        Release(computeStaging);
-        Release(computeShader);
-        computeState = 0;
+        compute.ReleaseAll();
         Release(stream);
         streamCapacity = 0;
         Release(postResource);
@@ -703,56 +755,6 @@ bool D3DFurDevice<Api>::ReadTexture(Texture* texture, std::string* rgba) {
     return ok;
 }
 
-namespace {
-
-// The compute check's program and buffers on a Direct3D 11 device; false,
-// with a line in the log, where the device cannot run it.
-bool SetUpComputeCheck(ID3D11Device* device, ID3D11ComputeShader** shader, ID3D11Buffer** values,
-                       ID3D11UnorderedAccessView** view, ID3D11Buffer** staging) {
-    if (device->GetFeatureLevel() < D3D_FEATURE_LEVEL_11_0) {
-        gEventLog.Write("Verification: no compute check (Direct3D 11 at feature level %s runs no shader-model-5 "
-                        "compute programs).",
-                        device->GetFeatureLevel() >= D3D_FEATURE_LEVEL_10_1 ? "10.1" : "10.0");
-        return false;
-    }
-    const std::vector<uint8_t> code = d3d11_compute::CheckProgram();
-    HRESULT hr = device->CreateComputeShader(code.data(), code.size(), nullptr, shader);
-    if (FAILED(hr)) {
-        gEventLog.Write("Verification: the compute check's program was refused (0x%08lX); no compute check.",
-                        static_cast<unsigned long>(hr));
-        return false;
-    }
-    D3D11_BUFFER_DESC bd{};
-    bd.ByteWidth = kComputeValues * sizeof(uint32_t);
-    bd.Usage = D3D11_USAGE_DEFAULT;
-    bd.BindFlags = D3D11_BIND_UNORDERED_ACCESS;
-    bd.MiscFlags = D3D11_RESOURCE_MISC_BUFFER_STRUCTURED;
-    bd.StructureByteStride = sizeof(uint32_t);
-    hr = device->CreateBuffer(&bd, nullptr, values);
-    if (SUCCEEDED(hr)) {
-        D3D11_UNORDERED_ACCESS_VIEW_DESC ud{};
-        ud.Format = DXGI_FORMAT_UNKNOWN;
-        ud.ViewDimension = D3D11_UAV_DIMENSION_BUFFER;
-        ud.Buffer.NumElements = kComputeValues;
-        hr = device->CreateUnorderedAccessView(*values, &ud, view);
-    }
-    if (SUCCEEDED(hr)) {
-        bd.Usage = D3D11_USAGE_STAGING;
-        bd.BindFlags = 0;
-        bd.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
-        bd.MiscFlags = 0;
-        bd.StructureByteStride = 0;
-        hr = device->CreateBuffer(&bd, nullptr, staging);
-    }
-    if (FAILED(hr)) {
-        gEventLog.Write("Verification: the compute check's buffers could not be made (0x%08lX); no compute check.",
-                        static_cast<unsigned long>(hr));
-        return false;
-    }
-    return true;
-}
-
-}  // namespace
 
 template <class Api>
 int D3DFurDevice<Api>::RunComputeCheck() {
@@ -761,35 +763,25 @@ int D3DFurDevice<Api>::RunComputeCheck() {
     } else {
         Device& d = *d_;
         if (!d.device || d.lost) return -1;
-        if (d.computeState == 0) {
-            d.computeState =
-                SetUpComputeCheck(d.device, &d.computeShader, &d.computeValues, &d.computeView, &d.computeStaging) ? 1
-                                                                                                                    : -1;
-            if (d.computeState > 0) {
-                d.computeExpected.resize(kComputeValues);
-                for (int i = 0; i < kComputeValues; ++i)
-                    d.computeExpected[static_cast<size_t>(i)] = ComputeCheckValue(static_cast<uint32_t>(i));
-            }
-        }
-        if (d.computeState < 0) return -1;
+        ComputeCheckResources& c = d.compute;
+        if (c.state == 0) c.state = c.SetUp(d.device) ? 1 : -1;
+        if (c.state < 0) return -1;
         // Cleared first: results left from the last check must not pass for this one's.
         const UINT zero[4] = {0, 0, 0, 0};
-        d.context->ClearUnorderedAccessViewUint(d.computeView, zero);
-        d.context->CSSetShader(d.computeShader, nullptr, 0);
-        d.context->CSSetUnorderedAccessViews(0, 1, &d.computeView, nullptr);
+        d.context->ClearUnorderedAccessViewUint(c.view, zero);
+        d.context->CSSetShader(c.shader, nullptr, 0);
+        d.context->CSSetUnorderedAccessViews(0, 1, &c.view, nullptr);
         d.context->Dispatch(kComputeValues / d3d11_compute::kGroupSize, 1, 1);
         ID3D11UnorderedAccessView* none = nullptr;
         d.context->CSSetUnorderedAccessViews(0, 1, &none, nullptr);
         d.context->CSSetShader(nullptr, nullptr, 0);
-        d.context->CopyResource(d.computeStaging, d.computeValues);
+        d.context->CopyResource(c.staging, c.values);
         D3D11_MAPPED_SUBRESOURCE mapped{};
-        if (!d.Check(d.context->Map(d.computeStaging, 0, D3D11_MAP_READ, 0, &mapped)) || !mapped.pData) return -1;
+        if (!d.Check(d.context->Map(c.staging, 0, D3D11_MAP_READ, 0, &mapped)) || !mapped.pData) return -1;
         std::vector<uint32_t> got(kComputeValues);
         std::memcpy(got.data(), mapped.pData, got.size() * sizeof(uint32_t));
-        d.context->Unmap(d.computeStaging, 0);
-        int wrong = 0;
-        for (size_t i = 0; i < got.size(); ++i) wrong += got[i] != d.computeExpected[i];
-        return wrong;
+        d.context->Unmap(c.staging, 0);
+        return CountComputeMismatches(got.data());
     }
 }
 

@@ -120,7 +120,6 @@ private:
     gl::ComputeApi compute_;
     int computeState_ = 0;
     GLuint computeProgram_ = 0, computeBuffer_ = 0;
-    std::vector<uint32_t> computeExpected_;
 };
 
 class cLm4DDemo_OpenGL_2 : public cLm4DDemo_GL {
